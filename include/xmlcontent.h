@@ -1,0 +1,349 @@
+// The content model: reference-counted tokens (start tags, end tags,
+// character data, elements) that render themselves as XML text.
+#pragma once
+
+#include <typeinfo>
+
+#include "nxcollections.h"
+#include "nxdatetime.h"
+#include "nxdiagnostics.h"
+#include "nxmessages.h"
+#include "nxstrings.h"
+#include "nxxml_export.h"
+
+class IXmlStream;
+class XmlConverter;
+
+// Version identification of the library, for the application's version
+// tooling: the version number ("0.1.0") and a line that also names the
+// parser and Unicode libraries it runs with.
+NXXML_API const char* NxXmlGetVersion();
+NXXML_API const char* NxXmlGetVersionInfo();
+
+// ---------------------------------------------------------------------------
+// Where a token was read.
+
+class NXXML_API XmlSourceLocation {
+ public:
+  // Unset; the numbers read as zero until a Set.
+  XmlSourceLocation() = default;
+
+  void Unset() { m_set = false; }
+  void Set(int line, int column, int byteIndex) {
+    m_set = true;
+    m_line = line;
+    m_column = column;
+    m_byteIndex = byteIndex;
+    m_hasFileIndex = false;
+  }
+  void Set(int line, int column, int byteIndex, int fileIndex) {
+    Set(line, column, byteIndex);
+    m_hasFileIndex = true;
+    m_fileIndex = fileIndex;
+  }
+  bool HasBeenSet() const { return m_set; }
+  // Copies all five values out, set or not.
+  void Values(int& line, int& column, int& byteIndex, bool& hasFileIndex, int& fileIndex) const {
+    line = m_line;
+    column = m_column;
+    byteIndex = m_byteIndex;
+    hasFileIndex = m_hasFileIndex;
+    fileIndex = m_fileIndex;
+  }
+  // Whether the location names a file of a multi-file input, and which.
+  bool Index(int& fileIndex) const {
+    fileIndex = m_fileIndex;
+    return m_hasFileIndex;
+  }
+
+ private:
+  bool m_set = false;
+  int m_line = 0;
+  int m_column = 0;
+  int m_byteIndex = 0;
+  bool m_hasFileIndex = false;
+  int m_fileIndex = 0;
+};
+
+// ---------------------------------------------------------------------------
+// Reference counting.
+
+// Intrusive reference-counted base of every token. The count belongs to the
+// object, not to its value: a copy starts at 0 and assignment keeps it.
+class NXXML_API NXObject {
+ public:
+  NXObject() = default;
+  NXObject(const NXObject&) : m_refCount(0) {}
+  NXObject& operator=(const NXObject&) { return *this; }
+  virtual ~NXObject();
+
+  virtual long GetRefCount() const { return m_refCount; }
+  virtual long AddRef() { return ++m_refCount; }
+  // Deletes the object when the count drops to exactly 0; the object must
+  // not be touched after a release that returned 0.
+  virtual long Release() {
+    const long count = --m_refCount;
+    if (count == 0) delete this;
+    return count;
+  }
+
+ private:
+  int m_refCount = 0;
+};
+
+// The demangled name of a type, for the reference trace.
+NXXML_API const char* NxTypeName(const std::type_info& type);
+
+// Owner of a shared token. Reference operations are traced through
+// diagnostic 36 when it is on; assignment stores the new pointer and takes
+// its reference before dropping the old one, so assigning a pointer that the
+// old object owns stays safe.
+template <class T>
+class NXSmartPtr {
+ public:
+  NXSmartPtr() = default;
+  NXSmartPtr(T* p) : m_p(p) {
+    if (m_p) Take(m_p);
+  }
+  NXSmartPtr(const NXSmartPtr& other) : m_p(other.m_p) {
+    if (m_p) Take(m_p);
+  }
+  template <class U>
+  NXSmartPtr(const NXSmartPtr<U>& other) : m_p(other.get()) {
+    if (m_p) Take(m_p);
+  }
+  // A move hands the reference over: no count changes, nothing to trace.
+  NXSmartPtr(NXSmartPtr&& other) noexcept : m_p(other.m_p) { other.m_p = nullptr; }
+  ~NXSmartPtr() { reset(); }
+
+  NXSmartPtr& operator=(const NXSmartPtr& other) { return Assign(other.m_p); }
+  template <class U>
+  NXSmartPtr& operator=(const NXSmartPtr<U>& other) {
+    return Assign(other.get());
+  }
+  NXSmartPtr& operator=(T* p) { return Assign(p); }
+  NXSmartPtr& operator=(NXSmartPtr&& other) noexcept {
+    if (this != &other) {
+      T* old = m_p;
+      m_p = other.m_p;
+      other.m_p = nullptr;
+      if (old) Drop(old);
+    }
+    return *this;
+  }
+
+  void reset() {
+    if (m_p) {
+      Drop(m_p);
+      m_p = nullptr;
+    }
+  }
+  // Gives up ownership without dropping the reference.
+  T* detach() {
+    T* p = m_p;
+    m_p = nullptr;
+    return p;
+  }
+
+  T* get() const { return m_p; }
+  T* operator->() const { return m_p; }
+  T& operator*() const { return *m_p; }
+  explicit operator bool() const { return m_p != nullptr; }
+
+ private:
+  NXSmartPtr& Assign(T* p) {
+    if (p == m_p) return *this;
+    T* old = m_p;
+    m_p = p;
+    if (p) Take(p);
+    if (old) Drop(old);
+    return *this;
+  }
+  static void Take(T* p) {
+    if (AdDiagnostic::m_DiagnosticFlags[36]) {
+      const long count = p->GetRefCount() + 1;
+      AdDiagnostic::TestAndReportV(36, count, 0, "Refs", "%S@0x%08x %s%ld", NxTypeName(typeid(T*)),
+                                   static_cast<const void*>(p), "+", count);
+    }
+    p->AddRef();
+  }
+  static void Drop(T* p) {
+    if (AdDiagnostic::m_DiagnosticFlags[36]) {
+      const long count = p->GetRefCount();
+      AdDiagnostic::TestAndReportV(36, count, 0, "Refs", "%S@0x%08x %s%ld", NxTypeName(typeid(T*)),
+                                   static_cast<const void*>(p), "-", count);
+    }
+    p->Release();
+  }
+
+  T* m_p = nullptr;
+};
+
+template <class T, class U>
+bool operator==(const NXSmartPtr<T>& a, const NXSmartPtr<U>& b) {
+  return a.get() == b.get();
+}
+template <class T, class U>
+bool operator!=(const NXSmartPtr<T>& a, const NXSmartPtr<U>& b) {
+  return a.get() != b.get();
+}
+
+// ---------------------------------------------------------------------------
+// Tokens.
+
+// Kinds of token. Values 3 to 6 have no token class; they are kept for the
+// description texts that messages index by value.
+enum XmlToken_t {
+  XT_STAG = 0,
+  XT_ETAG = 1,
+  XT_CHARDATA = 2,
+  XT_REFERENCE = 3,
+  XT_CDSECTION = 4,
+  XT_PI = 5,
+  XT_COMMENT = 6,
+  XT_EOF = 7,
+  XT_ILLEGAL = 8
+};
+
+// The description of each token kind ("an XML start tag", ...), indexed by
+// XmlToken_t; used to word messages about an unexpected token.
+extern NXXML_API const unsigned short* const XmlTokenTypeDescriptions[9];
+
+class NXXML_API XmlToken : public NXObject {
+ public:
+  ~XmlToken() override;
+  virtual XmlToken_t GetType() const = 0;
+  // The token's XML text. A converter, when given, rewrites names and
+  // attribute values on the way out.
+  virtual Obx_String GetImage(XmlConverter* converter) const = 0;
+
+  const XmlSourceLocation& GetLocation() const { return m_location; }
+
+  // Where the token was read; unset for tokens not made by an input stream.
+  XmlSourceLocation m_location;
+};
+
+// An end tag: a name. Also the base of the start tag, which shares its name
+// handling: ask GetType(), never the dynamic class, whether a token is an end
+// tag.
+class NXXML_API XmlETag : public XmlToken {
+ public:
+  explicit XmlETag(const unsigned short* name = nullptr) : m_name(name) {}
+  explicit XmlETag(const Obx_String& name) : m_name(name) {}
+  explicit XmlETag(const char16_t* name) : m_name(name) {}
+
+  XmlToken_t GetType() const override { return XT_ETAG; }
+  Obx_String GetImage(XmlConverter* converter) const override;
+
+  // Renames the tag; a non-empty name also marks the tag as named, which
+  // makes the input stream check the name of the tag it reads into it.
+  XmlETag& operator()(const unsigned short* name);
+  XmlETag& operator()(const char16_t* name) { return (*this)(reinterpret_cast<const unsigned short*>(name)); }
+  const Obx_String& GetName() const { return m_name; }
+  int IsNamed() const { return m_named; }
+
+ protected:
+  int m_named = 0;
+  Obx_String m_name;
+};
+
+// A start tag: a name, attributes, and an inline text rendered after it.
+class NXXML_API XmlSTag : public XmlETag {
+ public:
+  explicit XmlSTag(const unsigned short* name = nullptr) : XmlETag(name) {}
+  explicit XmlSTag(const Obx_String& name) : XmlETag(name) {}
+  explicit XmlSTag(const char16_t* name) : XmlETag(name) {}
+  // An empty tag with the other's name, attributes and converted flag; the
+  // named flag, the inline text and the location are not copied.
+  XmlSTag(const XmlSTag& other);
+  // Merges: copies the name and the converted flag, clears the named flag,
+  // and sets every attribute of other into this tag, keeping attributes that
+  // other lacks. Call Clean() first for an exact copy.
+  XmlSTag& operator=(const XmlSTag& other);
+
+  XmlToken_t GetType() const override { return XT_STAG; }
+  Obx_String GetImage(XmlConverter* converter) const override;
+  // The image closed by terminator (">" or "/>"), followed by a line feed
+  // when the tag has attributes, then the inline text.
+  Obx_String GetImage(const unsigned short* terminator, XmlConverter* converter) const;
+
+  XmlSTag& operator()(const unsigned short* name) {
+    XmlETag::operator()(name);
+    return *this;
+  }
+  XmlSTag& operator()(const char16_t* name) { return (*this)(reinterpret_cast<const unsigned short*>(name)); }
+
+  // Stores the value and returns 1; with overwrite 0 an existing name is
+  // left alone and 0 returned.
+  int SetAttribute(const unsigned short* name, const Obx_String& value, int overwrite);
+  int SetAttribute(const unsigned short* name, const unsigned short* value, int overwrite);
+  int SetLongAttr(const unsigned short* name, long value, int overwrite);
+  // Stores the time as GMT text "YYYY-MM-DD hh:mm:ss".
+  int SetTimeAttr(const unsigned short* name, AdDateTime value, int overwrite);
+
+  int DoesAttributeExist(const unsigned short* name) const;
+  // The value, or an empty string for a missing attribute.
+  Obx_String GetAttributeByName(const unsigned short* name) const;
+  long GetLongAttr(const unsigned short* name) const;
+  // The GMT time of the value; a missing or malformed value gives the epoch.
+  AdDateTime GetTimeAttr(const unsigned short* name) const;
+  // Empties names, then lists the attribute names in the map's order.
+  void GetAttributeNames(CStringArray& names) const;
+  const CMapStringToString& GetAttributes() const { return m_attributes; }
+  int GetAttributeCount() const { return m_attributes.GetCount(); }
+
+  // Marks the attribute values as already passed through an input stream's
+  // converter, so a tag read again is not converted twice.
+  void SetConverted() { m_converted = 1; }
+  int IsConverted() { return m_converted; }
+  // Removes all attributes; name and flags stay.
+  void Clean() { m_attributes.RemoveAll(); }
+
+  const Obx_String& GetInlineText() const { return m_inlineText; }
+  void SetInlineText(const Obx_String& text) { m_inlineText = text; }
+
+ protected:
+  CMapStringToString m_attributes{10};
+  Obx_String m_inlineText;
+  int m_converted = 0;
+};
+
+// An item of an element's content: character data or a nested element.
+class NXXML_API XmlContent : public XmlToken {
+ public:
+  ~XmlContent() override;
+};
+
+// ---------------------------------------------------------------------------
+// Converter hooks.
+
+// Rewrites names and attribute values on the way out (stream images) and
+// attribute values on the way in (memory images); watches extracted tokens.
+// The defaults change nothing except AttrStreamImage, which escapes the value
+// as character data, so with the default converter an attribute value is
+// escaped twice; converters that do not want that override it.
+class NXXML_API XmlConverter {
+ public:
+  XmlConverter() = default;
+  virtual ~XmlConverter();
+
+  virtual void AttrStreamImage(const unsigned short* name, Obx_String& value);
+  virtual void AttrMemoryImage(const unsigned short* name, Obx_String& value);
+  // The returned text must stay valid until the image has been built.
+  virtual const unsigned short* AttrNameImage(const XmlSTag& tag, const unsigned short* name,
+                                              const unsigned short* value);
+  virtual const unsigned short* TagNameImage(const unsigned short* name);
+  virtual void TokenMonitor(IXmlStream& stream, XmlToken& token);
+
+  // Stores the flag and returns the previous value. The content model never
+  // reads it; it is state for the streams' own converters.
+  bool SetConvertFlag(bool flag) {
+    const bool previous = m_convertFlag;
+    m_convertFlag = flag;
+    return previous;
+  }
+  bool GetConvertFlag() const { return m_convertFlag; }
+
+ protected:
+  bool m_convertFlag = true;
+};
