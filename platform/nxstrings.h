@@ -120,7 +120,7 @@ class NXPLATFORM_API Obx_String {
   friend bool operator==(const Obx_String& a, const Obx_String& b) { return a.m_s == b.m_s; }
   friend bool operator!=(const Obx_String& a, const Obx_String& b) { return a.m_s != b.m_s; }
   friend bool operator<(const Obx_String& a, const Obx_String& b) { return a.m_s < b.m_s; }
-  friend bool operator==(const Obx_String& a, const unsigned short* b);
+  friend NXPLATFORM_API bool operator==(const Obx_String& a, const unsigned short* b);
   friend bool operator==(const Obx_String& a, const char16_t* b) {
     return a == reinterpret_cast<const unsigned short*>(b);
   }

@@ -1,0 +1,10 @@
+#!/usr/bin/env bash
+# Sets up, builds, and runs the tool on the bundled samples.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+bash "$root/scripts/setup.sh"
+bash "$root/scripts/build.sh" "$root/build" -DCMAKE_BUILD_TYPE=Release >/dev/null
+nxxml="$root/build/tools/nxxml/nxxml"
+cd "$root/samples"
+set -x
+"$nxxml" --version
