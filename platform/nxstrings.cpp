@@ -105,30 +105,30 @@ Obx_String Obx_String::FormatList(const unsigned short* format, const ObxFormatA
       ++p;
       continue;
     }
-    std::string spec = "%";
+    std::string directive = "%";
     bool left = false;
     while (*p == u'-' || *p == u'0' || *p == u'+' || *p == u' ' || *p == u'#') {
       if (*p == u'-') left = true;
-      spec.push_back(static_cast<char>(*p++));
+      directive.push_back(static_cast<char>(*p++));
     }
     int width = 0;
     if (*p == u'*') {
       ++p;
       if (next < count) width = static_cast<int>(args[next++].i);
-      spec += std::to_string(width);
+      directive += std::to_string(width);
     }
     while (*p >= u'0' && *p <= u'9') {
       width = width * 10 + (*p - u'0');
-      spec.push_back(static_cast<char>(*p++));
+      directive.push_back(static_cast<char>(*p++));
     }
     int precision = -1;
     if (*p == u'.') {
-      spec.push_back('.');
+      directive.push_back('.');
       ++p;
       precision = 0;
       while (*p >= u'0' && *p <= u'9') {
         precision = precision * 10 + (*p - u'0');
-        spec.push_back(static_cast<char>(*p++));
+        directive.push_back(static_cast<char>(*p++));
       }
     }
     while (*p == u'h' || *p == u'l' || *p == u'L' || *p == u'z' || *p == u'j' || *p == u't') ++p;
@@ -172,12 +172,12 @@ Obx_String Obx_String::FormatList(const unsigned short* format, const ObxFormatA
           const long long v = arg->kind == ObxFormatArg::SIGNED ? arg->i
                               : arg->kind == ObxFormatArg::DOUBLE ? static_cast<long long>(arg->d)
                                                                   : static_cast<long long>(arg->u);
-          n = std::snprintf(buf, sizeof buf, (spec + "ll" + c).c_str(), v);
+          n = std::snprintf(buf, sizeof buf, (directive + "ll" + c).c_str(), v);
         } else {
           const unsigned long long v = arg->kind == ObxFormatArg::SIGNED ? static_cast<unsigned long long>(arg->i)
                                        : arg->kind == ObxFormatArg::DOUBLE ? static_cast<unsigned long long>(arg->d)
                                                                            : arg->u;
-          n = std::snprintf(buf, sizeof buf, (spec + "ll" + c).c_str(), v);
+          n = std::snprintf(buf, sizeof buf, (directive + "ll" + c).c_str(), v);
         }
         if (n > 0) AppendAscii(out, buf, std::min<std::size_t>(static_cast<std::size_t>(n), sizeof buf - 1));
         break;
@@ -196,7 +196,7 @@ Obx_String Obx_String::FormatList(const unsigned short* format, const ObxFormatA
         const double v = arg->kind == ObxFormatArg::DOUBLE   ? arg->d
                          : arg->kind == ObxFormatArg::SIGNED ? static_cast<double>(arg->i)
                                                              : static_cast<double>(arg->u);
-        const int n = std::snprintf(buf, sizeof buf, (spec + static_cast<char>(conv)).c_str(), v);
+        const int n = std::snprintf(buf, sizeof buf, (directive + static_cast<char>(conv)).c_str(), v);
         if (n > 0) AppendAscii(out, buf, std::min<std::size_t>(static_cast<std::size_t>(n), sizeof buf - 1));
         break;
       }
