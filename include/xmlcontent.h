@@ -3,6 +3,7 @@
 #pragma once
 
 #include <typeinfo>
+#include <vector>
 
 #include "nxcollections.h"
 #include "nxdatetime.h"
@@ -312,6 +313,142 @@ class NXXML_API XmlSTag : public XmlETag {
 class NXXML_API XmlContent : public XmlToken {
  public:
   ~XmlContent() override;
+};
+
+// A run of character data, held unescaped; its image escapes it.
+class NXXML_API XmlCharData : public XmlContent {
+ public:
+  // The first length units of data; a negative length reads up to the
+  // terminating zero.
+  explicit XmlCharData(const unsigned short* data, long length = -1);
+  explicit XmlCharData(const char16_t* data, long length = -1)
+      : XmlCharData(reinterpret_cast<const unsigned short*>(data), length) {}
+  // A copy of the text.
+  explicit XmlCharData(const Obx_String& data);
+  // A plain character-data item with the other's text (also when other is an
+  // error token); count 0, location unset.
+  XmlCharData(const XmlCharData& other);
+  // Takes the other's text; count and location stay.
+  XmlCharData& operator=(const XmlCharData& other);
+  ~XmlCharData() override;
+
+  XmlToken_t GetType() const override { return XT_CHARDATA; }
+  // The text escaped as character data; the converter is not used.
+  Obx_String GetImage(XmlConverter* converter) const override;
+
+  // Appends the first length units of data (up to its zero when negative),
+  // growing the buffer by a tenth more than needed.
+  void AppendData(const unsigned short* data, long length);
+  // The text, unescaped.
+  const Obx_String& GetData() const { return m_data; }
+
+ protected:
+  Obx_String m_data;
+  // Size last requested for m_data's buffer; drives AppendData's growth.
+  int m_capacity = 0;
+};
+
+// A whole element in memory: its start tag, its end tag, and its content
+// items (character data and nested elements) in document order. Items are
+// shared through smart pointers; copying an element copies its subtree.
+//
+// Two numberings: a content index counts every item, a sub-element index
+// counts element items only.
+class NXXML_API XmlElement : public XmlContent {
+ public:
+  // Empty names, no content.
+  XmlElement();
+  // Both tags carry the name; neither is marked as named.
+  explicit XmlElement(const unsigned short* name);
+  explicit XmlElement(const char16_t* name) : XmlElement(reinterpret_cast<const unsigned short*>(name)) {}
+  explicit XmlElement(const Obx_String& name);
+  // A deep copy: no item is shared with other.
+  XmlElement(const XmlElement& other);
+  // Merges: the start tag is assigned with its merging assignment, the end
+  // tag's name copied, and deep copies of other's items appended after this
+  // element's own. Self-assignment doubles the content. Clean() first for an
+  // exact copy.
+  XmlElement& operator=(const XmlElement& other);
+  // Drops every item in order, then the tags.
+  ~XmlElement() override;
+  // Drops all items and removes the attributes; the names stay.
+  void Clean();
+
+  // Type 8, the same as an error token: tell the two apart by dynamic type.
+  XmlToken_t GetType() const override { return XT_ILLEGAL; }
+  // The start tag, the items' images and the end tag; an element without
+  // items renders as an empty-element tag.
+  Obx_String GetImage(XmlConverter* converter) const override;
+
+  // The start tag: the element's name and attributes.
+  XmlSTag& GetSTag() { return m_stag; }
+  const XmlSTag& GetSTag() const { return m_stag; }
+  // The end tag; its name must match the start tag's, ignoring case, when
+  // the element is rendered.
+  XmlETag& GetETag() { return m_etag; }
+  const XmlETag& GetETag() const { return m_etag; }
+
+  // Appends the element itself, shared. A null pointer is stored as a null
+  // item, which the image does not accept.
+  void AddSubElement(NXSmartPtr<XmlElement>& element);
+  // Appends a deep copy of element.
+  void AddSubElement(const XmlElement& element);
+  // Appends a new empty element and returns it, shared, to be filled in place.
+  NXSmartPtr<XmlElement> AddSubElement(const Obx_String& name);
+  NXSmartPtr<XmlElement> AddSubElement(const unsigned short* name);
+  NXSmartPtr<XmlElement> AddSubElement(const char16_t* name) {
+    return AddSubElement(reinterpret_cast<const unsigned short*>(name));
+  }
+  // Appends the item itself, shared; a null pointer as for AddSubElement.
+  void AddCharData(NXSmartPtr<XmlCharData>& data);
+  // Appends a plain copy of data.
+  void AddCharData(const XmlCharData& data);
+  // Appends a new item with the text and returns it, shared. Adjacent items
+  // are never merged.
+  NXSmartPtr<XmlCharData> AddCharData(const Obx_String& text);
+  NXSmartPtr<XmlCharData> AddCharData(const unsigned short* text);
+  NXSmartPtr<XmlCharData> AddCharData(const char16_t* text) {
+    return AddCharData(reinterpret_cast<const unsigned short*>(text));
+  }
+  // Appends the time as GMT text "YYYY-MM-DD hh:mm:ss".
+  NXSmartPtr<XmlCharData> AddTimeData(AdDateTime value);
+  // Appends the decimal text of value.
+  NXSmartPtr<XmlCharData> AddLongData(long value);
+
+  // The number of content items of either kind.
+  int GetContentCount() const { return static_cast<int>(m_content.size()); }
+  // The number of element items; character data is not counted.
+  int GetNumberofSubElements() const;
+  // The element at sub-element index n, or null when n is out of range.
+  NXSmartPtr<XmlElement> GetSubElement(int n) const;
+  // The first element item whose start-tag name equals name, case-sensitive;
+  // null when none does.
+  NXSmartPtr<XmlElement> GetSubElement(const unsigned short* name) const;
+  NXSmartPtr<XmlElement> GetSubElement(const char16_t* name) const {
+    return GetSubElement(reinterpret_cast<const unsigned short*>(name));
+  }
+  // The last element item whose start-tag name equals name, case-sensitive.
+  NXSmartPtr<XmlElement> GetLastSubElement(const unsigned short* name) const;
+  NXSmartPtr<XmlElement> GetLastSubElement(const char16_t* name) const {
+    return GetLastSubElement(reinterpret_cast<const unsigned short*>(name));
+  }
+  // The item at content index i if it is character data (an error token
+  // counts), else null.
+  NXSmartPtr<XmlCharData> GetContentAsCharData(int i) const;
+  // The item at content index i if it is an element, else null.
+  NXSmartPtr<XmlElement> GetContentAsElement(int i) const;
+  // Sets item to the item at content index i and returns 0 for character
+  // data, 1 for an element. Returns 6 with item untouched when i is out of
+  // range, and 6 with a console line when the slot holds neither.
+  int GetContentByIndex(NXSmartPtr<XmlContent>& item, int i) const;
+
+ protected:
+  XmlSTag m_stag;
+  XmlETag m_etag;
+  std::vector<NXSmartPtr<XmlContent>> m_content;
+
+ private:
+  void DropContent();
 };
 
 // ---------------------------------------------------------------------------

@@ -130,6 +130,10 @@ class NXPLATFORM_API Obx_String {
   Obx_StdString m_s;
 };
 
+// A friend declaration does not take the class's visibility: export the
+// out-of-line comparison explicitly.
+NXPLATFORM_API bool operator==(const Obx_String& a, const unsigned short* b);
+
 inline ObxFormatArg::ObxFormatArg(const Obx_String& s)
     : kind(WIDE), wide(s.GetData()), wideLength(static_cast<std::size_t>(s.GetLength())) {}
 

@@ -110,6 +110,35 @@ Obx_String XmlSTag::GetImage(const unsigned short* terminator, XmlConverter* c) 
   return image;
 }
 
+Obx_String XmlCharData::GetImage(XmlConverter*) const {
+  Obx_String image(m_data);
+  escape_attr_value(false, image);
+  return image;
+}
+
+Obx_String XmlElement::GetImage(XmlConverter* c) const {
+  AD_ASSERT_TEXT(AdIsEqualNoCase(m_stag.GetName(), m_etag.GetName()),
+                 "AdIsEqualNoCase(m_stag.GetName(), m_etag.GetName())", kUnit);
+  if (m_content.empty()) return m_stag.GetImage(NX_U16(u"/>"), c);
+
+  // Every part is rendered first and the whole reserved once, so that a
+  // large tree is copied once per level instead of regrown item by item.
+  Obx_String image = m_stag.GetImage(NX_U16(u">"), c);
+  std::vector<Obx_String> items;
+  items.reserve(m_content.size());
+  std::size_t total = static_cast<std::size_t>(image.GetLength());
+  for (const NXSmartPtr<XmlContent>& item : m_content) {
+    items.push_back(item->GetImage(c));
+    total += static_cast<std::size_t>(items.back().GetLength());
+  }
+  const Obx_String end = m_etag.GetImage(c);
+  total += static_cast<std::size_t>(end.GetLength());
+  AdCStringReserveSpace(image, static_cast<int>(total + 1));
+  for (const Obx_String& item : items) image.Append(item);
+  image.Append(end);
+  return image;
+}
+
 XmlConverter::~XmlConverter() = default;
 
 void XmlConverter::AttrStreamImage(const unsigned short*, Obx_String& value) { escape_attr_value(false, value); }

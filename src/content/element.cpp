@@ -1,0 +1,146 @@
+#include "xmlcontent.h"
+
+namespace {
+
+XmlElement* AsElement(XmlContent* item) { return dynamic_cast<XmlElement*>(item); }
+XmlCharData* AsCharData(XmlContent* item) { return dynamic_cast<XmlCharData*>(item); }
+
+}  // namespace
+
+XmlElement::XmlElement() = default;
+
+XmlElement::XmlElement(const unsigned short* name) : m_stag(name), m_etag(name) {}
+
+XmlElement::XmlElement(const Obx_String& name) : m_stag(name), m_etag(name) {}
+
+XmlElement::XmlElement(const XmlElement& other) : XmlElement() { *this = other; }
+
+XmlElement& XmlElement::operator=(const XmlElement& other) {
+  m_stag = other.m_stag;
+  // The end tag takes the other's name and named flag; its own location
+  // stays, as the start tag's does.
+  const XmlSourceLocation location = m_etag.m_location;
+  m_etag = other.m_etag;
+  m_etag.m_location = location;
+
+  // Taking the count once makes self-assignment double the content instead
+  // of chasing the items it appends. The index is re-read each time because
+  // appending to this element may move other's array when both are the same.
+  const std::size_t count = other.m_content.size();
+  for (std::size_t k = 0; k < count; ++k) {
+    const NXSmartPtr<XmlContent> item = other.m_content[k];
+    if (XmlElement* element = AsElement(item.get()))
+      AddSubElement(*element);
+    else if (XmlCharData* data = AsCharData(item.get()))
+      AddCharData(*data);
+  }
+  return *this;
+}
+
+XmlElement::~XmlElement() { DropContent(); }
+
+void XmlElement::DropContent() {
+  for (NXSmartPtr<XmlContent>& item : m_content) item.reset();
+  m_content.clear();
+}
+
+void XmlElement::Clean() {
+  DropContent();
+  m_stag.Clean();
+}
+
+void XmlElement::AddSubElement(NXSmartPtr<XmlElement>& element) { m_content.emplace_back(element); }
+
+void XmlElement::AddSubElement(const XmlElement& element) { m_content.emplace_back(new XmlElement(element)); }
+
+NXSmartPtr<XmlElement> XmlElement::AddSubElement(const Obx_String& name) {
+  NXSmartPtr<XmlElement> element(new XmlElement(name));
+  m_content.emplace_back(element);
+  return element;
+}
+
+NXSmartPtr<XmlElement> XmlElement::AddSubElement(const unsigned short* name) {
+  NXSmartPtr<XmlElement> element(new XmlElement(name));
+  m_content.emplace_back(element);
+  return element;
+}
+
+void XmlElement::AddCharData(NXSmartPtr<XmlCharData>& data) { m_content.emplace_back(data); }
+
+void XmlElement::AddCharData(const XmlCharData& data) { m_content.emplace_back(new XmlCharData(data)); }
+
+NXSmartPtr<XmlCharData> XmlElement::AddCharData(const Obx_String& text) {
+  NXSmartPtr<XmlCharData> data(new XmlCharData(text));
+  m_content.emplace_back(data);
+  return data;
+}
+
+NXSmartPtr<XmlCharData> XmlElement::AddCharData(const unsigned short* text) {
+  NXSmartPtr<XmlCharData> data(new XmlCharData(text, -1));
+  m_content.emplace_back(data);
+  return data;
+}
+
+NXSmartPtr<XmlCharData> XmlElement::AddTimeData(AdDateTime value) {
+  return AddCharData(value.FormatGMT("%Y-%m-%d %H:%M:%S"));
+}
+
+NXSmartPtr<XmlCharData> XmlElement::AddLongData(long value) { return AddCharData(AdStr(value)); }
+
+int XmlElement::GetNumberofSubElements() const {
+  int count = 0;
+  for (auto it = m_content.rbegin(); it != m_content.rend(); ++it)
+    if (AsElement(it->get())) ++count;
+  return count;
+}
+
+NXSmartPtr<XmlElement> XmlElement::GetSubElement(int n) const {
+  if (n < 0) return NXSmartPtr<XmlElement>();
+  for (const NXSmartPtr<XmlContent>& item : m_content) {
+    if (XmlElement* element = AsElement(item.get())) {
+      if (n == 0) return NXSmartPtr<XmlElement>(element);
+      --n;
+    }
+  }
+  return NXSmartPtr<XmlElement>();
+}
+
+NXSmartPtr<XmlElement> XmlElement::GetSubElement(const unsigned short* name) const {
+  for (const NXSmartPtr<XmlContent>& item : m_content) {
+    XmlElement* element = AsElement(item.get());
+    if (element && element->m_stag.GetName() == name) return NXSmartPtr<XmlElement>(element);
+  }
+  return NXSmartPtr<XmlElement>();
+}
+
+NXSmartPtr<XmlElement> XmlElement::GetLastSubElement(const unsigned short* name) const {
+  for (auto it = m_content.rbegin(); it != m_content.rend(); ++it) {
+    XmlElement* element = AsElement(it->get());
+    if (element && element->m_stag.GetName() == name) return NXSmartPtr<XmlElement>(element);
+  }
+  return NXSmartPtr<XmlElement>();
+}
+
+NXSmartPtr<XmlCharData> XmlElement::GetContentAsCharData(int i) const {
+  if (i < 0 || i >= GetContentCount()) return NXSmartPtr<XmlCharData>();
+  return NXSmartPtr<XmlCharData>(AsCharData(m_content[static_cast<std::size_t>(i)].get()));
+}
+
+NXSmartPtr<XmlElement> XmlElement::GetContentAsElement(int i) const {
+  if (i < 0 || i >= GetContentCount()) return NXSmartPtr<XmlElement>();
+  return NXSmartPtr<XmlElement>(AsElement(m_content[static_cast<std::size_t>(i)].get()));
+}
+
+int XmlElement::GetContentByIndex(NXSmartPtr<XmlContent>& item, int i) const {
+  // These codes are this operation's own, not token types.
+  if (i < 0 || i >= GetContentCount()) return 6;
+  item = m_content[static_cast<std::size_t>(i)];
+  if (item.get() == nullptr) {
+    get_nxcout() << "*** error from GetElementByIndex" << AdUTF16OStream::endl;
+    return 6;
+  }
+  if (AsCharData(item.get())) return 0;
+  if (AsElement(item.get())) return 1;
+  get_nxcout() << "*** error from GetElementByIndex" << AdUTF16OStream::endl;
+  return 6;
+}
