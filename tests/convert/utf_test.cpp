@@ -31,7 +31,7 @@ Units Read(const std::string& bytes, bool startsWithEscape, bool& endsWithEscape
   UTF82UTF16(startsWithEscape, bytes.data(), static_cast<int>(bytes.size()), asciiOnly, strict, wide, size,
              endsWithEscape);
   std::unique_ptr<unsigned short[]> owner(wide);
-  return Units(wide, wide + size);
+  return wide ? Units(wide, wide + size) : Units();
 }
 
 // Offsets at which a UTF-8 text may be cut between characters.
@@ -289,5 +289,58 @@ TEST(ConvertRoundTrip, RandomUnitsAndChunks) {
     for (std::size_t cut : boundaries)
       if (rng() % 4 == 0) cuts.push_back(cut);
     ASSERT_EQ(ReadChunks(bytes, cuts), ReadBackForm(text)) << "round " << round;
+  }
+}
+
+namespace {
+
+// The escaped form built unit by unit, straight from the table of forms.
+std::string ReferenceEscapedUTF8(const Units& text) {
+  Obx_String escaped;
+  for (unsigned short c : text) {
+    const bool control = c < 0x20 && c != 0x09 && c != 0x0A && c != 0x0D;
+    if (c == sEscapeInUTF16 || control) {
+      escaped.Append(sEscapeInUTF16);
+      escaped.Append(c == sEscapeInUTF16 ? sEscapeInUTF16 : static_cast<unsigned short>(c + 0xF800));
+    } else {
+      escaped.Append(c);
+    }
+  }
+  return escaped.ToUtf8();
+}
+
+// Many escapes in runs of one length, each run opened and closed by a
+// surrogate pair so that a badly placed flush would split one.
+Units Runs(int escapes, int runLength, int tail) {
+  Units text;
+  for (int k = 0; k < escapes; ++k) {
+    text.push_back(k % 3 == 0 ? sEscapeInUTF16 : static_cast<unsigned short>(1 + k % 8));
+    Units run(static_cast<std::size_t>(runLength), 'x');
+    if (runLength >= 2) run[0] = 0xD83D, run[1] = 0xDE00;
+    if (runLength >= 4) run[run.size() - 2] = 0xD834, run[run.size() - 1] = 0xDD1E;
+    text += run;
+  }
+  text += Units(static_cast<std::size_t>(tail), 0xE9);
+  return text;
+}
+
+}  // namespace
+
+TEST(ConvertRoundTrip, DenseAndLongTexts) {
+  const Units texts[] = {
+      Runs(20000, 1, 0),     // more escapes than positions are kept of
+      Runs(16384, 2, 5000),  // exactly as many escapes as positions kept
+      Runs(16385, 2, 5000),
+      Runs(500, 63, 7),      // runs just below, at and above the length converted in place
+      Runs(500, 64, 7),
+      Runs(500, 65, 7),
+      Runs(3, 5000, 0),
+      Runs(4000, 0, 1),      // escapes only
+  };
+  for (const Units& text : texts) {
+    const std::string bytes = Write(text, 1);
+    ASSERT_EQ(bytes, ReferenceEscapedUTF8(text)) << text.size();
+    const std::vector<std::size_t> cuts = CharBoundaries(bytes);
+    ASSERT_EQ(ReadChunks(bytes, {cuts[cuts.size() / 3], cuts[cuts.size() / 2]}), ReadBackForm(text));
   }
 }
