@@ -14,6 +14,10 @@
 
 class IXmlStream;
 class XmlConverter;
+class XmlETag;
+class XmlSTag;
+NXXML_API IXmlStream& operator>>(IXmlStream& in, XmlSTag& tag);
+NXXML_API IXmlStream& operator>>(IXmlStream& in, XmlETag& tag);
 
 // Version identification of the library, for the application's version
 // tooling: the version number ("0.1.0") and a line that also names the
@@ -244,6 +248,9 @@ class NXXML_API XmlETag : public XmlToken {
   int IsNamed() const { return m_named; }
 
  protected:
+  friend class XmlHelper;
+  friend NXXML_API IXmlStream& operator>>(IXmlStream& in, XmlSTag& tag);
+  friend NXXML_API IXmlStream& operator>>(IXmlStream& in, XmlETag& tag);
   int m_named = 0;
   Obx_String m_name;
 };
@@ -304,6 +311,8 @@ class NXXML_API XmlSTag : public XmlETag {
   void SetInlineText(const Obx_String& text) { m_inlineText = text; }
 
  protected:
+  friend class XmlHelper;
+  friend NXXML_API IXmlStream& operator>>(IXmlStream& in, XmlSTag& tag);
   CMapStringToString m_attributes{10};
   Obx_String m_inlineText;
   int m_converted = 0;
@@ -325,6 +334,8 @@ class NXXML_API XmlCharData : public XmlContent {
       : XmlCharData(reinterpret_cast<const unsigned short*>(data), length) {}
   // A copy of the text.
   explicit XmlCharData(const Obx_String& data);
+  // Takes the text over without copying it.
+  explicit XmlCharData(Obx_String&& data) : m_data(std::move(data)) {}
   // A plain character-data item with the other's text (also when other is an
   // error token); count 0, location unset.
   XmlCharData(const XmlCharData& other);
@@ -341,6 +352,12 @@ class NXXML_API XmlCharData : public XmlContent {
   void AppendData(const unsigned short* data, long length);
   // The text, unescaped.
   const Obx_String& GetData() const { return m_data; }
+  // Takes over other's text (left empty); the capacity becomes its length.
+  void TakeDataFrom(XmlCharData& other) {
+    m_data = std::move(other.m_data);
+    other.m_data.Empty();
+    m_capacity = m_data.GetLength();
+  }
 
  protected:
   Obx_String m_data;

@@ -2,6 +2,12 @@
 // conversion between UTF-8, UTF-16 and code pages, byte sources.
 #pragma once
 
+#include <deque>
+#include <exception>
+#include <fstream>
+#include <sstream>
+
+#include "nxcharsets.h"
 #include "xmlcontent.h"
 
 // ===========================================================================
@@ -59,3 +65,211 @@ NXXML_API void UTF82CP(bool startsWithEscape, const char* data, int numBytes, bo
                        bool& endsWithEscape, unsigned int acp);
 // End of the conversion section.
 // ===========================================================================
+
+// ===========================================================================
+// Byte sources.
+
+// Where the input stream's bytes come from. A source can also say where the
+// parser reading it stands, and render such a place as text.
+class NXXML_API IXmlStreamSource {
+ public:
+  IXmlStreamSource() = default;
+  IXmlStreamSource(const IXmlStreamSource&) = delete;
+  IXmlStreamSource& operator=(const IXmlStreamSource&) = delete;
+
+  // True when no more bytes will come.
+  virtual bool eof() = 0;
+  // Fills up to n bytes; returns the number delivered (0 at the end).
+  virtual long read(char* buf, long n) = 0;
+  virtual ~IXmlStreamSource();
+  // The parser's current place, rendered through this source's own
+  // StoreSourceLocation and RenderSourceLocation.
+  virtual Obx_String RenderCurrentLocation() const;
+  // Stores the parser's current line, column and byte index; unset when no
+  // parser is attached.
+  virtual void StoreSourceLocation(XmlSourceLocation& loc) const;
+  virtual Obx_String RenderSourceLocation(const XmlSourceLocation& loc) const;
+  // The expat parser that reads this source (not owned).
+  virtual void SetXmlParser(void* parser) { m_parser = parser; }
+  void* GetXmlParser() const { return m_parser; }
+
+ protected:
+  void* m_parser = nullptr;
+};
+
+// Reads a caller's file stream, which must outlive the source.
+class NXXML_API IXmlStreamFileSource : public IXmlStreamSource {
+ public:
+  explicit IXmlStreamFileSource(std::ifstream& in) : m_stream(&in) {}
+  bool eof() override;
+  long read(char* buf, long n) override;
+
+ private:
+  std::ifstream* m_stream;
+};
+
+// Reads a caller's string stream, which must outlive the source.
+class NXXML_API IXmlStreamStringSource : public IXmlStreamSource {
+ public:
+  explicit IXmlStreamStringSource(std::istringstream& in) : m_stream(&in) {}
+  bool eof() override;
+  long read(char* buf, long n) override;
+
+ private:
+  std::istringstream* m_stream;
+};
+
+// Reads a list of files one after the other as one input. A read never
+// mixes bytes of two files; locations name the file (its index in the list)
+// and count lines and bytes from the start of the first file.
+class NXXML_API IXmlStreamMultiFileSource : public IXmlStreamSource {
+ public:
+  explicit IXmlStreamMultiFileSource(CStringArray& fileNames);
+  ~IXmlStreamMultiFileSource() override;
+  bool eof() override;
+  long read(char* buf, long n) override;
+  void StoreSourceLocation(XmlSourceLocation& loc) const override;
+  Obx_String RenderSourceLocation(const XmlSourceLocation& loc) const override;
+  // One raw step: reads the open file, or opens the next one.
+  virtual long readInternal(char* buf, long n);
+
+ private:
+  CStringArray m_fileNames;
+  int m_filesOpened = 0;
+  std::ifstream* m_currentFile = nullptr;
+  int m_lineBase = 0;
+  int m_columnBase = 0;
+  int m_byteBase = 0;
+};
+
+// A new string source over in; the caller owns the result.
+NXXML_API IXmlStreamSource* XmlStringSourceFactory(std::istringstream& in);
+
+// ===========================================================================
+// The input stream.
+
+// The error token: its text is the complete report of a parse or decoding
+// error, raised when a reader reaches it.
+class NXXML_API XmlError : public XmlCharData {
+ public:
+  explicit XmlError(const Obx_String& text) : XmlCharData(text) {}
+  XmlToken_t GetType() const override { return XT_ILLEGAL; }
+};
+
+// Reads XML from a byte source through expat, lazily: a read operation
+// parses only as many chunks as it needs. Errors become error tokens at
+// their place in document order and are raised when a reader reaches them.
+class NXXML_API IXmlStream {
+ public:
+  // How deep elements may nest before the stream refuses the input. Deep
+  // enough for any real packet, shallow enough that reading, copying,
+  // rendering and freeing such a tree stay far from the stack's end.
+  enum { DEFAULT_MAX_ELEMENT_DEPTH = 1000 };
+
+  // Each takes the two decoding flags: asciiOnly rejects non-ASCII text
+  // (with strict decoding); lenientDecoding substitutes malformed UTF-8
+  // instead of making it an error.
+  IXmlStream(IXmlStreamSource* source, bool asciiOnly = false, bool lenientDecoding = false);  // takes ownership
+  IXmlStream(std::istringstream& in, bool asciiOnly = false, bool lenientDecoding = false);
+  IXmlStream(std::ifstream& in, bool asciiOnly = false, bool lenientDecoding = false);
+  IXmlStream(CStringArray& fileNames, bool asciiOnly = false, bool lenientDecoding = false);
+  virtual ~IXmlStream();
+  IXmlStream(const IXmlStream&) = delete;
+  IXmlStream& operator=(const IXmlStream&) = delete;
+
+  virtual Obx_String RenderCurrentLocation() const;
+  virtual Obx_String RenderSourceLocation(const XmlSourceLocation& loc) const;
+
+  void BuildParser();
+  // Fills the queue with at least one token reading one byte at a time, so
+  // that no more input is consumed than the first token needs.
+  int Parse_First();
+  // Fills the queue as the readers need; true when it holds a token.
+  int Parse_More();
+  int FillTokenBuffer(char* buf, unsigned int bufSize, int accumulate);
+  void ReadAndParse(char* buf, unsigned int bufSize);
+
+  // Removes and returns the head token, character data whole; null at the
+  // end of the input. The caller owns the token (delete it, or hand it to
+  // an NXSmartPtr).
+  XmlToken* GetNextToken();
+  // Removes and frees the head token; 0 when none was left.
+  int SkipToken();
+  // Puts a token at the head of the queue; the stream owns it from then on.
+  void PushXmlToken(XmlToken* token);
+  // True when no token is left.
+  bool End();
+  // Frees the parser, the converter, the source and every queued token.
+  void Close();
+  // Replaces (and owns) the converter; null installs a default one.
+  void SetConverter(XmlConverter* converter);
+  XmlConverter* GetConverter() const { return m_converter; }
+
+  // The head token's type, XT_EOF at the end of the input.
+  XmlToken_t GetNextTokenType();
+  // The same; a start tag at the head is also copied into tag.
+  XmlToken_t GetNextTokenType(XmlSTag& tag);
+  // True and the name when the head token is a start or end tag.
+  bool GetNextTokenName(Obx_String& name);
+  // Reads the text at the head as it stands (possibly a piece of a longer
+  // run); 0 at the end of the input.
+  int GetCharDataUnaccumulated(XmlCharData& text);
+  // Skips the element (or the text) at the head.
+  void SkipElement();
+  // On before the first read: the source may hold any number of top-level
+  // elements. Off after the last one.
+  void SetEmbeddedElementMode(int on);
+
+  // The deepest element nesting the stream accepts; deeper input raises
+  // message 27322 at the start tag that goes too deep.
+  void SetMaxElementDepth(int depth) { m_maxElementDepth = depth; }
+  int GetMaxElementDepth() const { return m_maxElementDepth; }
+
+ private:
+  friend class XmlHelper;
+  friend NXXML_API IXmlStream& operator>>(IXmlStream& in, XmlSTag& tag);
+  friend NXXML_API IXmlStream& operator>>(IXmlStream& in, XmlETag& tag);
+
+  void Init(IXmlStreamSource* source, bool asciiOnly, bool lenientDecoding);
+  XmlToken* Head() const { return m_tokens.front(); }
+  void PopHead() { m_tokens.pop_front(); }
+  // Parses bytes, keeping C++ exceptions out of expat's frames: a handler's
+  // exception stops the parser and is rethrown here once expat returned.
+  int ParseBytes(const char* data, int length, int isFinal);
+  void RethrowPending();
+  // Turns expat's failure into an error token at the tail of the queue;
+  // buf and n are the failing chunk, start the index of its first byte.
+  void QueueParseError(const char* buf, int n, long long start);
+  // At the end of the input, has expat parse what it held back.
+  void FlushHeldBack();
+
+  XmlConverter* m_converter = nullptr;
+  void* m_parser = nullptr;  // the expat parser
+  std::deque<XmlToken*> m_tokens;
+  int m_accumulate = 0;
+  IXmlStreamSource* m_source = nullptr;
+  int m_newlineStripped = 0;
+  bool m_lastCharDataEndedWithEscape = false;
+  bool m_asciiOnly = false;
+  bool m_lenientDecoding = false;
+  int m_depth = 0;
+  int m_maxElementDepth = DEFAULT_MAX_ELEMENT_DEPTH;
+  // Set once the parse was stopped for good (a handler raised, or the input
+  // went too deep); no further byte is read.
+  bool m_parseStopped = false;
+  bool m_heldBackFlushed = false;
+  std::exception_ptr m_pending;
+  // Bytes given to expat so far: the index of the next chunk's first byte.
+  long long m_bytesParsed = 0;
+};
+
+// Extraction. Each reads the head token, checks its type (and its name when
+// the target was named with operator()), and raises the queued error, a type
+// mismatch or a name mismatch as a QmMsgException* with the location.
+NXXML_API IXmlStream& operator>>(IXmlStream& in, XmlSTag& tag);
+NXXML_API IXmlStream& operator>>(IXmlStream& in, XmlETag& tag);
+// The next character data, whole.
+NXXML_API IXmlStream& operator>>(IXmlStream& in, XmlCharData& text);
+// A whole element with its subtree; one cut off by the end of the input is
+// returned as far as it was read.
+NXXML_API IXmlStream& operator>>(IXmlStream& in, XmlElement& element);

@@ -47,6 +47,8 @@ class NXPLATFORM_API CMapStringToString {
   // Direct access in iteration order, 0 <= i < GetCount().
   const Obx_String& KeyAt(int i) const { return m_pairs[static_cast<std::size_t>(i)].first; }
   const Obx_String& ValueAt(int i) const { return m_pairs[static_cast<std::size_t>(i)].second; }
+  // Values may be rewritten in place; keys may not (they are indexed).
+  Obx_String& ValueAt(int i) { return m_pairs[static_cast<std::size_t>(i)].second; }
 
  private:
   std::ptrdiff_t Find(const unsigned short* key, std::size_t length) const;

@@ -39,6 +39,7 @@ const CatalogueEntry kCatalogue[] = {
     {27319, "Conversion to code page _CPNUM_ produced nothing (error _ERRORNUM_)."},
     {27320, "Writing to the output file failed."},
     {27321, "(location not set)"},
+    {27322, "Elements nest deeper than the limit of %_ARG1_% levels at %_LOCATION_%."},
 };
 
 }  // namespace

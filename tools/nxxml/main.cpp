@@ -4,22 +4,31 @@
 
 #include <iostream>
 
+#include "commands.h"
 #include "xmlstream.h"
 
 int main(int argc, char** argv) {
   CLI::App app{"nxxml: check, inspect, detect, repair and re-emit XML packets"};
   app.set_version_flag("--version", std::string("nxxml ") + NxXmlGetVersionInfo());
   app.require_subcommand(0, 1);
+
+  InputOptions checkOptions;
+  CLI::App* check = app.add_subcommand("check", "Read every token of each input; print FILE: ok or the error");
+  AddInputOptions(*check, checkOptions);
+
+  InputOptions tokensOptions;
+  CLI::App* tokens = app.add_subcommand("tokens", "Print the tokens of the input as JSON Lines");
+  AddInputOptions(*tokens, tokensOptions);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
-    // Usage errors exit with 2, as every command of the tool does.
-    const int rc = app.exit(e);
-    return e.get_exit_code() == 0 ? 0 : (rc == 0 ? 0 : 2);
+    // Help and version exit 0; every usage error exits 2.
+    app.exit(e);
+    return e.get_exit_code() == 0 ? 0 : kExitUsage;
   }
-  if (app.get_subcommands().empty()) {
-    std::cout << app.help();
-    return 0;
-  }
+  if (check->parsed()) return RunCheck(checkOptions);
+  if (tokens->parsed()) return RunTokens(tokensOptions);
+  std::cout << app.help();
   return 0;
 }

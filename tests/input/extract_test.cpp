@@ -1,0 +1,290 @@
+#include <cstdio>
+#include <fstream>
+
+#include "input_fixtures.h"
+
+namespace {
+
+std::unique_ptr<IXmlStream> Over(const std::string& xml) {
+  return std::unique_ptr<IXmlStream>(new IXmlStream(new TrickleSource(xml, {4096})));
+}
+
+// Rewrites every attribute value read into upper case ASCII, counting calls.
+struct UpperConverter : XmlConverter {
+  int memoryImages = 0;
+  int monitored = 0;
+  void AttrMemoryImage(const unsigned short*, Obx_String& value) override {
+    ++memoryImages;
+    for (unsigned short& u : value.Std())
+      if (u >= 'a' && u <= 'z') u = static_cast<unsigned short>(u - 32);
+  }
+  void TokenMonitor(IXmlStream&, XmlToken&) override { ++monitored; }
+};
+
+}  // namespace
+
+TEST(Extraction, TypedOperatorsAndQueries) {
+  auto in = Over("<a x=\"1\" y=\"2\"><b>t&lt;u</b><c/></a>");
+  XmlSTag tag(NX_U16(u"stale"));
+  tag.SetAttribute(NX_U16(u"old"), NX_U16(u"gone"), 1);
+  EXPECT_EQ(in->GetNextTokenType(tag), XT_STAG);
+  Obx_String name;
+  EXPECT_TRUE(in->GetNextTokenName(name));
+  EXPECT_EQ(name, u"a");
+  *in >> tag;
+  EXPECT_EQ(tag.GetName(), u"a");
+  EXPECT_EQ(tag.GetAttributeCount(), 2);  // Clean() first: nothing stale survives
+  EXPECT_EQ(tag.IsConverted(), 1);
+  EXPECT_EQ(tag.IsNamed(), 0);
+  tag(NX_U16(u"b"));
+  *in >> tag;  // named and matching
+  XmlCharData text(NX_U16(u""));
+  *in >> text;
+  EXPECT_EQ(text.GetData(), u"t<u");
+  XmlETag end(NX_U16(u""));
+  end(NX_U16(u"b"));
+  *in >> end;
+  EXPECT_EQ(in->GetNextTokenType(), XT_STAG);
+  in->SkipElement();
+  EXPECT_TRUE(in->GetNextTokenName(name));
+  EXPECT_EQ(name, u"a");
+  *in >> end;
+  EXPECT_EQ(in->GetNextTokenType(), XT_EOF);
+  EXPECT_FALSE(in->GetNextTokenName(name));
+  tag.SetAttribute(NX_U16(u"k"), NX_U16(u"v"), 1);
+  *in >> tag;  // at the end: cleaned, nothing raised
+  EXPECT_EQ(tag.GetAttributeCount(), 0);
+  EXPECT_EQ(in->GetCharDataUnaccumulated(text), 0);
+}
+
+TEST(Extraction, MismatchesRaiseWithIdsAndParameters) {
+  struct Case {
+    const char* xml;
+    std::function<void(IXmlStream&)> read;
+    long id;
+    std::string text;  // full text of the message
+  } cases[] = {
+      {"<a>t</a>",
+       [](IXmlStream& in) {
+         XmlSTag a(NX_U16(u"")), b(NX_U16(u""));
+         in >> a >> b;
+       },
+       0, "Expected an XML start tag but found character data."},
+      {"<a/>",
+       [](IXmlStream& in) {
+         XmlETag e(NX_U16(u""));
+         in >> e;
+       },
+       0, "Expected an XML end tag but found an XML start tag."},
+      {"<b/>",
+       [](IXmlStream& in) {
+         XmlSTag a(NX_U16(u""));
+         a(NX_U16(u"a"));
+         a.m_location.Set(9, 8, 7);
+         in >> a;
+       },
+       27305, "Expected the start tag <a> but found <b> at line 9, column 8, byte 7."},
+      {"<a></b></a>", [](IXmlStream& in) { AllTokens(in); }, 0, ""},
+      {"<a><b/></a>",
+       [](IXmlStream& in) {
+         XmlSTag a(NX_U16(u""));
+         XmlSTag b(NX_U16(u""));
+         XmlETag e(NX_U16(u""));
+         e(NX_U16(u"x"));
+         in >> a >> b >> e;
+       },
+       27306, "Expected the end tag </x> but found </b> at line 0, column 0, byte 0."},
+  };
+  for (Case& c : cases) {
+    SCOPED_TRACE(c.xml);
+    auto in = Over(c.xml);
+    QmMsgException* e = Raised([&] { c.read(*in); });
+    if (c.text.empty()) {
+      EXPECT_EQ(e, nullptr);  // the tag mismatch is an error token, read by AllTokens
+      if (e) e->Delete();
+      continue;
+    }
+    ASSERT_NE(e, nullptr);
+    EXPECT_EQ(e->GetMessage(0).GetId(), c.id);
+    EXPECT_EQ(Utf8(e->GetMessage(0).FullMsg()), c.text);
+    e->Delete();
+  }
+
+  // The element's end tag must match its start tag (the parser does not
+  // see this one: the mismatch spans two embedded top-level elements).
+  auto in = Over("<a><b>x</b></a>");
+  XmlElement element;
+  *in >> element;
+  EXPECT_EQ(Utf8(element.GetImage(nullptr)), "<a><b>x</b></a>");
+
+  // A raised check leaves the offending token at the head.
+  auto again = Over("<a/>");
+  XmlETag end(NX_U16(u""));
+  for (int k = 0; k < 2; ++k) {
+    QmMsgException* e = Raised([&] { *again >> end; });
+    ASSERT_NE(e, nullptr);
+    e->Delete();
+  }
+  EXPECT_EQ(again->GetNextTokenType(), XT_STAG);
+}
+
+TEST(Extraction, ElementsSkippingAndEmbeddedMode) {
+  auto in = Over("<r>\n<rec id=\"1\"><f>a&amp;b</f><g/>tail</rec>\n<rec id=\"2\"/></r>");
+  XmlSTag root(NX_U16(u""));
+  root(NX_U16(u"r"));
+  *in >> root;
+  XmlElement rec;
+  *in >> rec;
+  EXPECT_EQ(rec.GetContentCount(), 3);
+  EXPECT_EQ(rec.GetSubElement(NX_U16(u"f"))->GetContentAsCharData(0)->GetData(), u"a&b");
+  EXPECT_EQ(Utf8(rec.GetImage(nullptr)), "<rec id=\"1\">\n<f>a&amp;b</f><g/>tail</rec>");
+  *in >> rec;
+  EXPECT_EQ(rec.GetSTag().GetAttributeByName(NX_U16(u"id")), u"2");
+  EXPECT_EQ(rec.GetContentCount(), 0);
+
+  // An element cut off by the end of the input comes back as far as read.
+  auto cut = Over("<a><b>x</b><c>");
+  XmlElement partial;
+  *cut >> partial;
+  EXPECT_EQ(partial.GetNumberofSubElements(), 2);
+
+  // SkipElement: a whole element, or a text alone.
+  auto skip = Over("<r><a><b/>t</a><c/></r>");
+  *skip >> root;
+  skip->SkipElement();
+  Obx_String name;
+  EXPECT_TRUE(skip->GetNextTokenName(name));
+  EXPECT_EQ(name, u"c");
+  auto text = Over("<r>t<c/></r>");
+  *text >> root;
+  text->SkipElement();
+  EXPECT_TRUE(text->GetNextTokenName(name));
+  EXPECT_EQ(name, u"c");
+
+  // Embedded mode: any number of top-level elements.
+  auto many = Over("<x a=\"1\"/>\n<y>t</y>\n<x/>");
+  many->SetEmbeddedElementMode(1);
+  std::vector<std::string> names;
+  while (many->GetNextTokenType() == XT_STAG) {
+    XmlElement e;
+    *many >> e;
+    names.push_back(Utf8(e.GetSTag().GetName()));
+  }
+  many->SetEmbeddedElementMode(0);
+  EXPECT_EQ(names, (std::vector<std::string>{"x", "y", "x"}));
+  EXPECT_TRUE(many->End());
+}
+
+TEST(Extraction, ConverterRunsOnceEvenForAPushedBackTag) {
+  auto in = Over("<a k=\"low\"><b/></a>");
+  UpperConverter* converter = new UpperConverter;
+  in->SetConverter(converter);
+  XmlSTag tag(NX_U16(u""));
+  *in >> tag;
+  EXPECT_EQ(tag.GetAttributeByName(NX_U16(u"k")), u"LOW");
+  EXPECT_EQ(converter->memoryImages, 1);
+  EXPECT_EQ(converter->monitored, 1);
+  in->PushXmlToken(new XmlSTag(tag));  // put back ahead of <b> already queued
+  XmlSTag again(NX_U16(u""));
+  *in >> again;
+  EXPECT_EQ(again.GetAttributeByName(NX_U16(u"k")), u"LOW");
+  EXPECT_EQ(converter->memoryImages, 1);  // not converted twice
+  XmlToken* next = in->GetNextToken();
+  ASSERT_NE(next, nullptr);
+  EXPECT_EQ(Describe(*next), "S b");
+  delete next;
+  in->SetConverter(nullptr);  // a default one takes its place
+  ASSERT_NE(in->GetConverter(), nullptr);
+  in->PushXmlToken(new XmlCharData(NX_U16(u"pushed")));
+  XmlToken* pushed = in->GetNextToken();
+  EXPECT_EQ(Describe(*pushed), "T pushed");
+  delete pushed;
+}
+
+class MultiFileSource : public ::testing::Test {
+ protected:
+  void Write(const std::string& name, const std::string& content) {
+    const std::string path = ::testing::TempDir() + name;
+    std::ofstream(path, std::ios::binary) << content;
+    paths.push_back(path);
+  }
+  void TearDown() override {
+    for (const std::string& p : paths) std::remove(p.c_str());
+  }
+  CStringArray Names(const std::vector<std::string>& files) {
+    CStringArray names;
+    for (const std::string& f : files) names.Add(Obx_String::FromUtf8(f.c_str()));
+    return names;
+  }
+  std::vector<std::string> paths;
+};
+
+TEST_F(MultiFileSource, ReadsFilesInOrderAsOneInput) {
+  // Exact multiples of the read size, an empty file between them.
+  Write("m1.xml", "<r>" + std::string(4093, 'a'));
+  Write("m2.xml", "");
+  Write("m3.xml", std::string(4096, 'b'));
+  Write("m4.xml", "\n<x/></r>");
+  CStringArray names = Names(paths);
+  IXmlStreamMultiFileSource source(names);
+  char buf[4096];
+  std::vector<long> reads;
+  while (!source.eof()) reads.push_back(source.read(buf, 4096));
+  // No read mixes two files; the empty file can make one read return 0.
+  EXPECT_EQ(reads, (std::vector<long>{4096, 0, 4096, 9, 0}));
+
+  CStringArray again = Names(paths);
+  IXmlStream in(again);
+  const std::vector<std::string> tokens = AllTokens(in);
+  ASSERT_EQ(tokens.size(), 5u);
+  EXPECT_EQ(tokens[1], "T " + std::string(4093, 'a') + std::string(4096, 'b') + "\n");
+}
+
+TEST_F(MultiFileSource, LocationsNameTheFileAndMissingFilesRaise) {
+  Write("l1.xml", "<r>\n<a/>\n");
+  Write("l2.xml", "<b/>\n");
+  Write("l3.xml", "<c/></r>");
+  CStringArray names = Names(paths);
+  IXmlStream in(names);
+  std::vector<int> files;
+  std::vector<int> lines;
+  while (XmlToken* raw = in.GetNextToken()) {
+    NXSmartPtr<XmlToken> t(raw);
+    int line, column, byte, file;
+    bool hasFile;
+    t->GetLocation().Values(line, column, byte, hasFile, file);
+    EXPECT_TRUE(hasFile);
+    files.push_back(file);
+    lines.push_back(line);
+  }
+  EXPECT_EQ(files, (std::vector<int>{0, 0, 0, 1, 1, 2, 2, 2}));
+  EXPECT_EQ(lines, (std::vector<int>{1, 2, 2, 3, 3, 4, 4, 4}));  // counted from the first file
+
+  IXmlStreamSource* source = new IXmlStreamMultiFileSource(names);
+  IXmlStream located(source);
+  XmlSTag root(NX_U16(u""));
+  located >> root;
+  EXPECT_EQ(Utf8(located.RenderSourceLocation(root.m_location)), "line 1, column 0, byte 0 of file " + paths[0]);
+
+  CStringArray missing = Names({paths[0], ::testing::TempDir() + "no-such-file.xml", paths[2]});
+  IXmlStreamMultiFileSource broken(missing);
+  char buf[4096];
+  while (broken.read(buf, 4096) > 0) {
+  }
+  QmMsgException* e = Raised([&] { broken.read(buf, 4096); });
+  ASSERT_NE(e, nullptr);
+  EXPECT_EQ(e->GetMessage(0).GetId(), 27309);
+  EXPECT_EQ(Utf8(e->GetMessage(0).GetParam("%_ARG1_%")), ::testing::TempDir() + "no-such-file.xml");
+  e->Delete();
+  EXPECT_GT(broken.read(buf, 4096), 0);  // the name was passed: reading goes on with the next file
+
+  CStringArray none;
+  IXmlStreamMultiFileSource emptyList(none);
+  EXPECT_TRUE(emptyList.eof());
+  EXPECT_EQ(emptyList.read(buf, 4096), 0);
+  XmlSourceLocation unset;
+  e = Raised([&] { emptyList.RenderSourceLocation(unset); });
+  ASSERT_NE(e, nullptr);
+  EXPECT_EQ(e->GetText(), u"IndexIsValid");
+  e->Delete();
+}

@@ -1,0 +1,180 @@
+#include <cstdio>
+#include <fstream>
+
+#include "input_fixtures.h"
+
+namespace {
+
+std::string Repeat(const std::string& s, int n) {
+  std::string out;
+  for (int k = 0; k < n; ++k) out += s;
+  return out;
+}
+
+}  // namespace
+
+TEST(IXmlStream, TokensDoNotDependOnReadSizes) {
+  // Text, references and multi-byte characters cut at every place a read can
+  // end, a text longer than a chunk, and a start tag larger than a chunk
+  // followed by more elements (nothing may be held back at the end).
+  const std::string longText = Repeat("0123456789\xC3\xA9\xE4\xB8\xAD&amp;", 700);
+  const std::string bigValue = Repeat("v", 10000);
+  const std::string xml = "<root a=\"1\" b=\"x&lt;y\">\n<t>caf\xC3\xA9 &#x4E2D;&#xE9; a&amp;b</t><l>" + longText +
+                          "</l><big x=\"" + bigValue + "\"/><b/>\n<c>\xF0\x9F\x98\x80</c></root>";
+  const std::vector<std::string> expected = TokensOf(xml, {4096});
+  ASSERT_EQ(expected.size(), 16u);
+  EXPECT_EQ(expected[0], "S root a=1 b=x<y");
+  EXPECT_EQ(expected[2], "T caf\xC3\xA9 \xE4\xB8\xAD\xC3\xA9 a&b");
+  EXPECT_EQ(expected[5], "T " + Repeat("0123456789\xC3\xA9\xE4\xB8\xAD&", 700));
+  EXPECT_EQ(expected[7], "S big x=" + bigValue);
+  EXPECT_EQ(expected[10], "E b");
+  EXPECT_EQ(expected[15], "E root");
+  const std::vector<std::vector<long>> patterns = {{1}, {2}, {3}, {1, 2, 3, 4, 5}, {4095}, {7, 4096, 1}};
+  for (const auto& sizes : patterns) {
+    SCOPED_TRACE(sizes[0]);
+    EXPECT_EQ(TokensOf(xml, sizes), expected);
+  }
+}
+
+TEST(IXmlStream, NewlineRuleDropsOnlyTheFirstLineFeedAfterATag) {
+  struct Case {
+    const char* xml;
+    std::vector<std::string> tokens;
+  } cases[] = {
+      {"<a>\nx</a>", {"S a", "T x", "E a"}},
+      {"<a>\n\nx</a>", {"S a", "T \nx", "E a"}},
+      {"<a>\n</a>", {"S a", "E a"}},
+      {"<a>\n<b/>\n  <c/></a>", {"S a", "S b", "E b", "T   ", "S c", "E c", "E a"}},
+      {"<a>x\ny</a>", {"S a", "T x\ny", "E a"}},
+      {"<a>&#xA;x</a>", {"S a", "T x", "E a"}},  // a reference is a line feed like any other
+      {"<a>\r\nx</a>", {"S a", "T x", "E a"}},   // expat folds CR LF into LF first
+      {"\n<a/>\n", {"S a", "E a"}},              // line breaks outside the root are layout
+  };
+  for (const Case& c : cases) EXPECT_EQ(TokensOf(c.xml), c.tokens) << c.xml;
+}
+
+TEST(IXmlStream, RejectedMarkupRaisesWithItsLocation) {
+  struct Case {
+    const char* xml;
+    long id;
+  } cases[] = {
+      {"<?xml version=\"1.0\"?><a/>", 27308},
+      {"<a><!-- note --></a>", 27308},
+      {"<a><?pi data?></a>", 27308},
+      {"<a>\n<b/> <!-- after text --></a>", 27308},
+      {"<a><![CDATA[x]]></a>", AdGetHitUnreachedMsgID()},
+      {"<!DOCTYPE a><a/>", AdGetHitUnreachedMsgID()},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.xml);
+    IXmlStream in(new TrickleSource(c.xml, {4096}));
+    QmMsgException* e = Raised([&] {
+      while (XmlToken* t = in.GetNextToken()) delete t;
+    });
+    ASSERT_NE(e, nullptr);
+    EXPECT_EQ(e->GetMessage(0).GetId(), c.id);
+    if (c.id == 27308) {
+      EXPECT_NE(Utf8(e->GetMessage(0).GetParam("%_LOCATION_%")).find("line 1, column"), std::string::npos);
+    }
+    e->Delete();
+  }
+  // Raised from the parse that met it: the tokens parsed in an earlier read
+  // are handed out first.
+  IXmlStream in(new TrickleSource("<a><b/><!-- x --></a>", {1}));
+  in.Parse_First();
+  XmlToken* first = in.GetNextToken();
+  ASSERT_NE(first, nullptr);
+  EXPECT_EQ(Describe(*first), "S a");
+  delete first;
+  QmMsgException* e = Raised([&] {
+    while (XmlToken* t = in.GetNextToken()) delete t;
+  });
+  ASSERT_NE(e, nullptr);
+  EXPECT_EQ(Utf8(e->GetMessage(0).GetParam("%_LOCATION_%")), "line 1, column 7, byte 7");
+  e->Delete();
+}
+
+TEST(IXmlStream, ParseErrorsArriveInDocumentOrderWithNameLocationAndExcerpt) {
+  const std::vector<std::string> tokens = TokensOf("<a><b>text</c></a>");
+  ASSERT_EQ(tokens.size(), 4u);
+  EXPECT_EQ(tokens[2], "T text");
+  EXPECT_EQ(tokens[3],
+            "! *** Fatal error from XML_parse(): TAG_MISMATCH: mismatched tag at line 1, column 12, byte 12, "
+            "near \"<a><b>text</c></a>\"");
+
+  // Up to 15 bytes before the failing byte and 14 after, cut to whole
+  // characters: the excerpt never splits a UTF-8 sequence.
+  const std::string prefix = "<r>" + Repeat("\xC3\xA9", 20);  // é é é ...
+  const std::vector<std::string> cut = TokensOf(prefix + "<" + Repeat("x", 30));
+  ASSERT_FALSE(cut.empty());
+  const std::string last = cut.back();
+  const std::size_t quote = last.find("near \"");
+  ASSERT_NE(quote, std::string::npos) << last;
+  EXPECT_EQ(last.substr(quote + 6), Repeat("\xC3\xA9", 7) + "<" + Repeat("x", 13) + "\"");
+
+  // A failure at the chunk's end has no excerpt; the location still names it.
+  const std::vector<std::string> atEnd = TokensOf("<a>&bogus;</a>");
+  EXPECT_EQ(atEnd.back().substr(0, 56), "! *** Fatal error from XML_parse(): UNDEFINED_ENTITY: un");
+  EXPECT_EQ(TokensOf("<a></a><b/>").back().substr(0, 60),
+            "! *** Fatal error from XML_parse(): JUNK_AFTER_DOC_ELEMENT: ");
+
+  // An unclosed root is no error of the stream: the reader meets the end.
+  EXPECT_EQ(TokensOf("<a><b>"), (std::vector<std::string>{"S a", "S b"}));
+  IXmlStream empty(new TrickleSource("", {4096}));
+  EXPECT_TRUE(empty.End());
+  EXPECT_EQ(empty.GetNextToken(), nullptr);
+  EXPECT_EQ(empty.GetNextTokenType(), XT_EOF);
+}
+
+TEST(IXmlStream, HostileNestingIsRefusedAtTheLimit) {
+  // At the default limit a tree is read, copied, rendered and freed whole.
+  const int depth = IXmlStream::DEFAULT_MAX_ELEMENT_DEPTH;
+  const std::string deep = Repeat("<e>", depth) + "x" + Repeat("</e>", depth);
+  {
+    IXmlStream in(new TrickleSource(deep, {4096}));
+    XmlElement root;
+    in >> root;
+    XmlElement copy(root);
+    EXPECT_EQ(Utf8(copy.GetImage(nullptr)), deep);
+  }
+  // One more level is refused at the start tag that goes too deep.
+  {
+    IXmlStream in(new TrickleSource("<e>" + deep + "</e>", {4096}));
+    XmlElement root;
+    QmMsgException* e = Raised([&] { in >> root; });
+    ASSERT_NE(e, nullptr);
+    EXPECT_EQ(Utf8(e->GetMessage(0).FullMsg()),
+              "Elements nest deeper than the limit of 1000 levels at line 1, column 3000, byte 3000.");
+    e->Delete();
+  }
+  // A million nested start tags: refused without reading the rest.
+  {
+    IXmlStream in(new TrickleSource(Repeat("<a>", 1000000), {4096}));
+    in.SetMaxElementDepth(50);
+    std::vector<std::string> tokens = AllTokens(in);
+    ASSERT_EQ(tokens.size(), 51u);
+    EXPECT_EQ(tokens.back().substr(0, 46), "! Elements nest deeper than the limit of 50 le");
+  }
+}
+
+TEST(IXmlStream, DecodingFlagsDecideWhatIsAnError) {
+  // Only ASCII allowed, strict: a non-ASCII name, value or text is an error
+  // token in place of its token; lenient lets it through.
+  const std::string xml = "<a v=\"caf\xC3\xA9\">ok</a>";
+  {
+    IXmlStream in(new TrickleSource(xml, {4096}), true, false);
+    const std::vector<std::string> tokens = AllTokens(in);
+    ASSERT_EQ(tokens.size(), 1u);
+    EXPECT_EQ(tokens[0].substr(0, 20), "! Text holds charact");
+    EXPECT_NE(tokens[0].find(" raised while parsing at line 1"), std::string::npos) << tokens[0];
+  }
+  {
+    IXmlStream in(new TrickleSource(xml, {4096}), true, true);
+    EXPECT_EQ(AllTokens(in).front(), "S a v=caf\xC3\xA9");
+  }
+  // The control-character escape decodes in text, also across reads.
+  const std::string escaped = "<a>x\xEF\xA0\x80\xEF\xA0\x81y</a>";
+  for (long size : {1L, 2L, 4096L}) {
+    EXPECT_EQ(TokensOf(escaped, {size})[1], "T x\x01y") << size;
+  }
+}
