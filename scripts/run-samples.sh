@@ -8,3 +8,6 @@ nxxml="$root/build/tools/nxxml/nxxml"
 cd "$root/samples"
 set -x
 "$nxxml" --version
+"$nxxml" check packet.xml
+"$nxxml" check --embedded fragments.xml
+"$nxxml" tokens packet.xml

@@ -72,6 +72,9 @@ IXmlStream& operator>>(IXmlStream& in, XmlSTag& tag) {
     return in;
   }
   tag.m_named = 0;
+  // The tag remembers where it was read, so later messages about it (and
+  // about its element) can name the place.
+  tag.m_location = head->m_location;
   // The head is destroyed below: its name and attributes move into the tag
   // (which Clean() left without attributes) rather than being copied.
   tag.m_name = std::move(head->m_name);
@@ -101,6 +104,7 @@ IXmlStream& operator>>(IXmlStream& in, XmlETag& tag) {
     RaiseNameMismatch(27306, tag.m_name, head->m_name, in.RenderSourceLocation(tag.m_location));
   tag.m_named = head->m_named;
   tag.m_name = std::move(head->m_name);
+  tag.m_location = head->m_location;
   in.PopHead();
   delete head;
   XmlHelper::Converter(in)->TokenMonitor(in, tag);
@@ -113,6 +117,7 @@ int IXmlStream::GetCharDataUnaccumulated(XmlCharData& text) {
   XmlHelper::NeedTokenType(token, XT_CHARDATA);
   XmlCharData* head = static_cast<XmlCharData*>(token);
   text.TakeDataFrom(*head);
+  text.m_location = head->m_location;
   PopHead();
   delete head;
   m_converter->TokenMonitor(*this, text);
@@ -129,6 +134,7 @@ IXmlStream& operator>>(IXmlStream& in, XmlCharData& text) {
 IXmlStream& operator>>(IXmlStream& in, XmlElement& element) {
   element.Clean();
   in >> element.GetSTag();
+  element.m_location = element.GetSTag().m_location;
   for (;;) {
     switch (in.GetNextTokenType()) {
       case XT_STAG: {

@@ -98,11 +98,13 @@ long IXmlStreamMultiFileSource::readInternal(char* buf, long n) {
 }
 
 long IXmlStreamMultiFileSource::read(char* buf, long n) {
-  const long got = readInternal(buf, n);
-  if (got != 0 || eof()) return got;
-  // The previous file ended exactly at the last read: one more step opens
-  // the next file.
-  return readInternal(buf, n);
+  // A step that returns nothing has closed a used-up file or opened an empty
+  // one, so this ends after at most two steps a file. Stopping earlier would
+  // hand the stream a zero read before the end of the input, which it
+  // rightly takes for a broken source.
+  long got = readInternal(buf, n);
+  while (got == 0 && !eof()) got = readInternal(buf, n);
+  return got;
 }
 
 bool IXmlStreamMultiFileSource::eof() {

@@ -1,0 +1,68 @@
+#!/usr/bin/env bash
+# nxxml check and nxxml tokens as scripts call them: exit codes, outputs.
+set -u
+nxxml=$1
+samples=$2
+tmp=$(mktemp -d)
+trap 'rm -rf "$tmp"' EXIT
+fail=0
+expect() {  # expect NAME WANT GOT
+  if [ "$2" != "$3" ]; then
+    echo "FAIL $1"; echo "  want: $2"; echo "  got:  $3"; fail=1
+  fi
+}
+
+printf '<a x="1" y="&lt;2&gt;">caf\xc3\xa9 &amp; \xe4\xb8\xad</a>' > "$tmp/good.xml"
+printf '<a><b></a>' > "$tmp/bad.xml"
+printf '<a><!-- c --></a>' > "$tmp/comment.xml"
+printf '<a><b>' > "$tmp/cut.xml"
+printf '<r><a/>' > "$tmp/part1.xml"
+printf '<b/></r>' > "$tmp/part2.xml"
+
+out=$("$nxxml" check "$samples/packet.xml" "$tmp/good.xml" 2>&1); rc=$?
+expect "check good" "0|$samples/packet.xml: ok
+$tmp/good.xml: ok" "$rc|$out"
+
+out=$("$nxxml" check "$tmp/good.xml" "$tmp/bad.xml" 2>"$tmp/err"); rc=$?
+expect "check bad: rc and stdout" "1|$tmp/good.xml: ok" "$rc|$out"
+expect "check bad: stderr" "$tmp/bad.xml: *** Fatal error from XML_parse(): TAG_MISMATCH: mismatched tag at line 1, column 8, byte 8, near \"<a><b></a>\"" "$(cat "$tmp/err")"
+
+"$nxxml" check "$tmp/comment.xml" 2>"$tmp/err"; rc=$?
+expect "check comment" "1|$tmp/comment.xml: Unsupported markup (XML declaration, comment, processing instruction, CDATA section or document type declaration) at line 1, column 3, byte 3." "$rc|$(cat "$tmp/err")"
+
+"$nxxml" check "$tmp/cut.xml" 2>"$tmp/err"; rc=$?
+expect "check truncated" "1|$tmp/cut.xml: the input ends inside the element <b> opened at line 1, column 3" "$rc|$(cat "$tmp/err")"
+
+"$nxxml" check "$tmp/missing.xml" 2>"$tmp/err"; rc=$?
+expect "check missing file" "2|nxxml: cannot open $tmp/missing.xml" "$rc|$(cat "$tmp/err")"
+"$nxxml" check --bogus "$tmp/good.xml" >/dev/null 2>&1; rc=$?
+expect "usage error" "2" "$rc"
+"$nxxml" check >/dev/null 2>&1; rc=$?
+expect "no file" "2" "$rc"
+
+out=$("$nxxml" check --joined "$tmp/part1.xml" "$tmp/part2.xml"); rc=$?
+expect "joined" "0|$tmp/part1.xml+$tmp/part2.xml: ok" "$rc|$out"
+out=$("$nxxml" check --embedded "$samples/fragments.xml"); rc=$?
+expect "embedded" "0|$samples/fragments.xml: ok" "$rc|$out"
+"$nxxml" check "$samples/fragments.xml" >/dev/null 2>&1; rc=$?
+expect "fragments need --embedded" "1" "$rc"
+out=$("$nxxml" check - < "$tmp/good.xml"); rc=$?
+expect "stdin" "0|-: ok" "$rc|$out"
+
+out=$("$nxxml" tokens "$tmp/good.xml"); rc=$?
+expect "tokens" '0|{"type":"start","name":"a","attributes":{"x":"1","y":"<2>"},"line":1,"column":0,"byte":0}
+{"type":"text","text":"café & 中","line":1,"column":23,"byte":23}
+{"type":"end","name":"a","line":1,"column":35,"byte":38}' "$rc|$out"
+
+out=$("$nxxml" tokens "$tmp/bad.xml" 2>"$tmp/err"); rc=$?
+expect "tokens then error" "1|2|1" "$rc|$(echo "$out" | wc -l)|$(grep -c TAG_MISMATCH "$tmp/err")"
+
+out=$("$nxxml" tokens --joined "$tmp/part1.xml" "$tmp/part2.xml" | cut -c1-40); rc=$?
+expect "tokens joined" '0|{"type":"start","name":"r","attributes":
+{"type":"start","name":"a","attributes":
+{"type":"end","name":"a","line":1,"colum
+{"type":"start","name":"b","attributes":
+{"type":"end","name":"b","line":1,"colum
+{"type":"end","name":"r","line":1,"colum' "$rc|$out"
+
+exit $fail
