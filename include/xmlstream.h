@@ -195,7 +195,10 @@ class NXXML_API IXmlStream {
   XmlToken* GetNextToken();
   // Removes and frees the head token; 0 when none was left.
   int SkipToken();
-  // Puts a token at the head of the queue; the stream owns it from then on.
+  // Puts a token at the head of the queue; the stream owns it from then on,
+  // except a start tag already converted (one read from a stream): the
+  // start-tag reader takes that off the queue without freeing it, so it
+  // stays the caller's to delete once read.
   void PushXmlToken(XmlToken* token);
   // True when no token is left.
   bool End();

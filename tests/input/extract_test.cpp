@@ -184,9 +184,13 @@ TEST(Extraction, ConverterRunsOnceEvenForAPushedBackTag) {
   EXPECT_EQ(tag.GetAttributeByName(NX_U16(u"k")), u"LOW");
   EXPECT_EQ(converter->memoryImages, 1);
   EXPECT_EQ(converter->monitored, 1);
-  in->PushXmlToken(new XmlSTag(tag));  // put back ahead of <b> already queued
+  // Put back ahead of <b> already queued. A converted tag stays the
+  // caller's: reading it takes it off the queue without freeing it.
+  XmlSTag* pushedTag = new XmlSTag(tag);
+  in->PushXmlToken(pushedTag);
   XmlSTag again(NX_U16(u""));
   *in >> again;
+  delete pushedTag;
   EXPECT_EQ(again.GetAttributeByName(NX_U16(u"k")), u"LOW");
   EXPECT_EQ(converter->memoryImages, 1);  // not converted twice
   XmlToken* next = in->GetNextToken();
