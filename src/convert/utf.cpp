@@ -20,10 +20,10 @@ namespace {
 // TAB, LF and CR are legal in XML text and are never escaped (bits over 1 << c).
 const unsigned int kAllowedAsciiCCMask = 0x2600;
 
-// Whether a unit travels as an escaped pair. Written without a table or a
-// variable shift so that the counting loop vectorises.
+// Whether a unit travels as an escaped pair (the scalar twin of
+// EscapableMask8 below).
 inline bool NeedsEscape(unsigned short c) {
-  return (c == sEscapeInUTF16) | ((c < 0x20) & (c != 0x09) & (c != 0x0A) & (c != 0x0D));
+  return c == sEscapeInUTF16 || ((c & IsAsciiCCMask) == 0 && ((1u << c) & kAllowedAsciiCCMask) == 0);
 }
 
 // Only the decoded side of an escaped pair that the writer can produce.
@@ -110,10 +110,6 @@ void CheckNonAscii(const unsigned short* units, int count) {
   for (int i = 0; i < count; ++i)
     if (units[i] & s_NonAsciiUTF16Mask) AdThrowMsgExcept(QmMessage(kNonAsciiMsgId), "", kUnit, __LINE__);
 }
-
-}  // namespace
-
-namespace {
 
 // Decodes the escaped form of src[0..len) into dst, which may be src itself
 // (the output never runs ahead of the input); returns the units written.
