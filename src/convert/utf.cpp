@@ -20,10 +20,10 @@ namespace {
 // TAB, LF and CR are legal in XML text and are never escaped (bits over 1 << c).
 const unsigned int kAllowedAsciiCCMask = 0x2600;
 
-// Whether a unit travels as an escaped pair. Written without a table or a
-// variable shift so that the counting loop vectorises.
+// Whether a unit travels as an escaped pair (the scalar twin of
+// EscapableMask8 below).
 inline bool NeedsEscape(unsigned short c) {
-  return (c == sEscapeInUTF16) | ((c < 0x20) & (c != 0x09) & (c != 0x0A) & (c != 0x0D));
+  return c == sEscapeInUTF16 || ((c & IsAsciiCCMask) == 0 && ((1u << c) & kAllowedAsciiCCMask) == 0);
 }
 
 // Only the decoded side of an escaped pair that the writer can produce.
@@ -111,27 +111,28 @@ void CheckNonAscii(const unsigned short* units, int count) {
     if (units[i] & s_NonAsciiUTF16Mask) AdThrowMsgExcept(QmMessage(kNonAsciiMsgId), "", kUnit, __LINE__);
 }
 
-}  // namespace
-
-void ConvertXMLSafeCCToAsciiCC(unsigned short* buf, int& len, bool& inEscape) {
+// Decodes the escaped form of src[0..len) into dst, which may be src itself
+// (the output never runs ahead of the input); returns the units written.
+int DecodeEscapes(const unsigned short* src, int len, unsigned short* dst, bool& inEscape) {
   int in = 0;
   int out = 0;
   while (in < len) {
     if (inEscape) {
-      const unsigned short d = buf[in++];
+      const unsigned short d = src[in++];
       if (d == sEscapeInUTF16)
-        buf[out++] = sEscapeInUTF16;
+        dst[out++] = sEscapeInUTF16;
       else if (d > sEscapeInUTF16 && IsEscapedCC(static_cast<unsigned int>(d) - sEscapeInUTF16))
-        buf[out++] = static_cast<unsigned short>(d - sEscapeInUTF16);
+        dst[out++] = static_cast<unsigned short>(d - sEscapeInUTF16);
       else
         AdThrowMsgExcept(QmMessage(AdGetHitUnreachedMsgID()), "", kUnit, __LINE__);
       inEscape = false;
       continue;
     }
-    // Move the whole run up to the next mark at once; text without marks
-    // does not move at all.
-    const int mark = FindMark(buf, in, len);
-    if (out != in) std::memmove(buf + out, buf + in, static_cast<std::size_t>(mark - in) * sizeof(unsigned short));
+    // Move the whole run up to the next mark at once; in place, text
+    // without marks does not move at all.
+    const int mark = FindMark(src, in, len);
+    if (dst + out != src + in)
+      std::memmove(dst + out, src + in, static_cast<std::size_t>(mark - in) * sizeof(unsigned short));
     out += mark - in;
     in = mark;
     if (in < len) {
@@ -139,7 +140,13 @@ void ConvertXMLSafeCCToAsciiCC(unsigned short* buf, int& len, bool& inEscape) {
       ++in;
     }
   }
-  len = out;
+  return out;
+}
+
+}  // namespace
+
+void ConvertXMLSafeCCToAsciiCC(unsigned short* buf, int& len, bool& inEscape) {
+  len = DecodeEscapes(buf, len, buf, inEscape);
 }
 
 void UTF82UTF16(bool startsWithEscape, const char* data, int numBytes, bool asciiOnly, bool throwOnDecodeError,
@@ -158,11 +165,11 @@ void UTF82UTF16(bool startsWithEscape, const char* data, int numBytes, bool asci
                      "wide.cvtFromMBCS(AdCharset::getUTF8Charset(), data, numBytes, (throwOnDecodeError ? "
                      "AdCharset::Strict : AdCharset::Nonstrict))",
                      kUnit, __LINE__);
-  int size = decoded.getLength();
   // Owned here until every check has passed, so nothing leaks on a raise.
-  std::unique_ptr<unsigned short[]> units(new unsigned short[static_cast<std::size_t>(size)]);
-  std::memcpy(units.get(), decoded.getData(), static_cast<std::size_t>(size) * sizeof(unsigned short));
-  ConvertXMLSafeCCToAsciiCC(units.get(), size, endsWithEscape);
+  std::unique_ptr<unsigned short[]> units(new unsigned short[static_cast<std::size_t>(decoded.getLength())]);
+  // The escape is decoded on the way into the caller's buffer, which is the
+  // copy that has to be made anyway.
+  const int size = DecodeEscapes(decoded.getData(), decoded.getLength(), units.get(), endsWithEscape);
   // Bytes that decode to nothing are legal only as a lone escape mark.
   AD_ASSERT_TEXT(size > 0 || endsWithEscape == 1, "wideStringSize > 0 || endsWithEscape == 1", kUnit);
   // The ASCII check goes with strict decoding only: a lenient caller has
