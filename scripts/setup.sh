@@ -8,6 +8,9 @@ missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
 done
+# Expat's security updates carry reparse deferral, which the input stream
+# relies on for linear parsing of huge tokens: an older one counts as missing.
+grep -q XML_SetReparseDeferralEnabled /usr/include/expat.h 2>/dev/null || missing+=(libexpat1-dev libexpat1)
 if ((${#missing[@]})); then
   echo "setup: installing ${missing[*]}"
   export DEBIAN_FRONTEND=noninteractive

@@ -114,7 +114,9 @@ bool IXmlStreamMultiFileSource::eof() {
 
 void IXmlStreamMultiFileSource::StoreSourceLocation(XmlSourceLocation& loc) const {
   XML_Parser parser = static_cast<XML_Parser>(m_parser);
-  if (!m_currentFile || !parser) {
+  // After the last file was closed the parser may still be working through
+  // what it held back of it: the place is still in that file.
+  if (m_filesOpened == 0 || !parser) {
     loc.Unset();
     return;
   }
