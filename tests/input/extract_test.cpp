@@ -303,3 +303,53 @@ TEST_F(MultiFileSource, LocationsNameTheFileAndMissingFilesRaise) {
   EXPECT_EQ(e->GetText(), u"IndexIsValid");
   e->Delete();
 }
+
+TEST(Extraction, DiagnosticsReportExtractedTagsAndAttributes) {
+  std::vector<std::string> lines;
+  AdDiagnostic::SetSink([&](const Obx_String& source, const Obx_String& text) {
+    lines.push_back(Utf8(source) + ": " + Utf8(text));
+  });
+  AdDiagnostic::SetDiagnosticIdLevel(47, 2);  // tags only
+  auto in = Over("<a k=\"v\"><b x=\"1\" y=\"2\"/><c z=\"3\"/></a>");
+  XmlSTag tag(NX_U16(u""));
+  *in >> tag;
+  AdDiagnostic::SetDiagnosticIdLevel(47, 3);  // and attributes
+  *in >> tag;
+  AdDiagnostic::SetDiagnosticIdLevel(47, 0);
+  in->SkipToken();
+  *in >> tag;  // off: nothing more
+  AdDiagnostic::SetSink(nullptr);
+  EXPECT_EQ(lines, (std::vector<std::string>{
+                       "Xmlstream: operator >> (IXmlStream&, XmlSTag&): extracted start tag named: a",
+                       "Xmlstream: operator >> (IXmlStream&, XmlSTag&): extracted start tag named: b",
+                       "Xmlstream: operator >> (IXmlStream&, XmlSTag&): extracted attr (name, value): (x,1)",
+                       "Xmlstream: operator >> (IXmlStream&, XmlSTag&): extracted attr (name, value): (y,2)",
+                   }));
+}
+
+TEST(Extraction, ReadsTakeOnlyWhatTheyNeed) {
+  // Parse_First reads one byte at a time until the first token exists.
+  std::istringstream text("<a>hello</a>");
+  IXmlStream first(text);
+  EXPECT_TRUE(first.Parse_First());
+  EXPECT_LE(text.tellg(), 4);  // the tag, and at most the one byte expat looks ahead
+  // Without accumulation a long text may come in pieces; the readers that
+  // accumulate always see it whole.
+  const std::string body(10000, 't');
+  IXmlStream pieces(new TrickleSource("<a>" + body + "</a>", {4096}));
+  XmlSTag a(NX_U16(u""));
+  pieces >> a;
+  XmlCharData piece(NX_U16(u""));
+  ASSERT_EQ(pieces.GetCharDataUnaccumulated(piece), 1);
+  EXPECT_LT(piece.GetData().GetLength(), 10000);
+  std::size_t total = static_cast<std::size_t>(piece.GetData().GetLength());
+  while (pieces.GetNextTokenType() == XT_CHARDATA) {
+    pieces.GetCharDataUnaccumulated(piece);
+    total += static_cast<std::size_t>(piece.GetData().GetLength());
+  }
+  EXPECT_EQ(total, body.size());
+  IXmlStream whole(new TrickleSource("<a>" + body + "</a>", {4096}));
+  whole >> a;
+  whole >> piece;
+  EXPECT_EQ(piece.GetData().GetLength(), 10000);
+}
