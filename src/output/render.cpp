@@ -5,6 +5,10 @@
 #include <new>
 #include <typeinfo>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace {
 
 const char* const kStreamUnit = "xmlstream";
@@ -129,7 +133,43 @@ void Utf8Sink::Text(const unsigned short* units, std::size_t n, Escape escape) {
   const unsigned char* classes = kClasses.table[escape][m_escapeControlChars];
   char* o = m_buffer + m_size;
   std::size_t i = 0;
+#if defined(__SSE2__)
+  // Text is mostly runs of printable ASCII with nothing to escape: those go
+  // eight units at a time. The eight bytes are always stored (the room
+  // reserved covers them) and only the plain ones kept.
+  const __m128i space = _mm_set1_epi16(0x20);
+  const __m128i printableSpan = _mm_set1_epi16(0x5F);
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i amp = _mm_set1_epi16('&'), lt = _mm_set1_epi16('<'), gt = _mm_set1_epi16('>');
+  const __m128i quot = _mm_set1_epi16('"'), apos = _mm_set1_epi16('\'');
+#endif
   while (i < n) {
+#if defined(__SSE2__)
+    while (i + 8 <= n) {
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(units + i));
+      // 0x20 <= u < 0x80 exactly when u - 0x20 (wrapping) is at most 0x5F.
+      __m128i plain = _mm_cmpeq_epi16(_mm_subs_epu16(_mm_sub_epi16(v, space), printableSpan), zero);
+      if (escape != RAW) {
+        __m128i special = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(v, amp), _mm_cmpeq_epi16(v, lt)),
+                                       _mm_cmpeq_epi16(v, gt));
+        if (escape == ATTRIBUTE)
+          special = _mm_or_si128(special, _mm_or_si128(_mm_cmpeq_epi16(v, quot), _mm_cmpeq_epi16(v, apos)));
+        plain = _mm_andnot_si128(special, plain);
+      }
+      const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(plain));
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(o), _mm_packus_epi16(v, v));
+      if (mask == 0xFFFF) {
+        o += 8;
+        i += 8;
+        continue;
+      }
+      const unsigned leading = static_cast<unsigned>(__builtin_ctz(~mask)) / 2;
+      o += leading;
+      i += leading;
+      break;
+    }
+    if (i == n) break;
+#endif
     const unsigned u = units[i++];
     if (u < 0x80) {
       const unsigned char k = classes[u];
@@ -176,12 +216,26 @@ void ImageRender::Token(const XmlToken& token, Image image) {
   if (image == END_TAG) return ETag(static_cast<const XmlETag&>(token));
   if (image == START_TAG) return STag(static_cast<const XmlSTag&>(token), ">", 1);
   // Only the classes whose images are known are rendered here; anything
-  // derived from them may have an image of its own.
+  // derived from them may have an image of its own. The type is asked
+  // first: it narrows the classes to one or two.
   const std::type_info& type = typeid(token);
-  if (type == typeid(XmlElement)) return Element(static_cast<const XmlElement&>(token));
-  if (type == typeid(XmlCharData) || type == typeid(XmlError)) return CharData(static_cast<const XmlCharData&>(token));
-  if (type == typeid(XmlSTag)) return STag(static_cast<const XmlSTag&>(token), ">", 1);
-  if (type == typeid(XmlETag)) return ETag(static_cast<const XmlETag&>(token));
+  switch (token.GetType()) {
+    case XT_CHARDATA:
+      if (type == typeid(XmlCharData)) return CharData(static_cast<const XmlCharData&>(token));
+      break;
+    case XT_ILLEGAL:
+      if (type == typeid(XmlElement)) return Element(static_cast<const XmlElement&>(token));
+      if (type == typeid(XmlError)) return CharData(static_cast<const XmlCharData&>(token));
+      break;
+    case XT_STAG:
+      if (type == typeid(XmlSTag)) return STag(static_cast<const XmlSTag&>(token), ">", 1);
+      break;
+    case XT_ETAG:
+      if (type == typeid(XmlETag)) return ETag(static_cast<const XmlETag&>(token));
+      break;
+    default:
+      break;
+  }
   Other(token);
 }
 
@@ -245,12 +299,9 @@ void ImageRender::CharData(const XmlCharData& text) {
 void ImageRender::Element(const XmlElement& element) {
   AD_ASSERT_TEXT(AdIsEqualNoCase(element.GetSTag().GetName(), element.GetETag().GetName()),
                  "AdIsEqualNoCase(m_stag.GetName(), m_etag.GetName())", kContentUnit);
-  const int count = element.GetContentCount();
-  if (count == 0) return STag(element.GetSTag(), "/>", 2);
+  if (element.m_content.empty()) return STag(element.GetSTag(), "/>", 2);
   STag(element.GetSTag(), ">", 1);
-  NXSmartPtr<XmlContent> item;
-  for (int i = 0; i < count; ++i) {
-    element.GetContentByIndex(item, i);
+  for (const NXSmartPtr<XmlContent>& item : element.m_content) {
     AD_ASSERT_TEXT(item.get() != nullptr, "item != __null", kContentUnit);
     Token(*item, VIRTUAL);
   }

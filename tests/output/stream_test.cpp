@@ -75,7 +75,10 @@ Obx_String RandomText(std::mt19937& rng, int maxLength) {
   Obx_String s;
   const int length = static_cast<int>(rng() % static_cast<unsigned>(maxLength + 1));
   for (int i = 0; i < length; ++i) {
-    unsigned short u = kAlphabet[rng() % (sizeof kAlphabet / sizeof kAlphabet[0])];
+    // Runs of plain letters between the others, long enough for the
+    // encoder's eight-unit steps.
+    unsigned short u = rng() % 2 ? static_cast<unsigned short>('a' + rng() % 26)
+                                 : kAlphabet[rng() % (sizeof kAlphabet / sizeof kAlphabet[0])];
     // Mostly whole pairs, so that many trees convert; a lone half now and then.
     if (u == 0xD83D && rng() % 8) {
       s.Append(u);
@@ -90,13 +93,13 @@ NXSmartPtr<XmlElement> RandomElement(std::mt19937& rng, int depth) {
   static const char16_t* const names[] = {u"a", u"rec", u"caf\u00e9", u"\u4e2d"};
   NXSmartPtr<XmlElement> e(new XmlElement(names[rng() % 4]));
   for (unsigned k = rng() % 3; k > 0; --k)
-    e->GetSTag().SetAttribute(NX_U16(names[rng() % 4]), RandomText(rng, 4), 1);
+    e->GetSTag().SetAttribute(NX_U16(names[rng() % 4]), RandomText(rng, 12), 1);
   for (unsigned k = rng() % 4; k > 0; --k) {
     if (depth > 0 && rng() % 2) {
       NXSmartPtr<XmlElement> child = RandomElement(rng, depth - 1);
       e->AddSubElement(child);
     } else {
-      e->AddCharData(RandomText(rng, 6));
+      e->AddCharData(RandomText(rng, 40));
     }
   }
   return e;
