@@ -252,10 +252,10 @@ void BM_d_Libxml2TextWriter(benchmark::State& state) {
   state.SetBytesProcessed(state.iterations() * bytes);
 }
 
-BENCHMARK(BM_a_OXmlStreamToMemory)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_b_OXmlStreamToFiles)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_c_PrerenderedOfstream)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_d_Libxml2TextWriter)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_a_OXmlStreamToMemory)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_b_OXmlStreamToFiles)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_c_PrerenderedOfstream)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_d_Libxml2TextWriter)->Unit(benchmark::kMillisecond);
 
 // Prints the usual table, then each rate in MB/s and the two ratios.
 class RatioReporter : public benchmark::ConsoleReporter {

@@ -56,6 +56,13 @@ struct ClassTables {
 };
 const ClassTables kClasses;
 
+// The length of a zero-terminated name: names are short, a call costs more.
+inline std::size_t Length(const unsigned short* s) {
+  std::size_t n = 0;
+  while (s[n]) ++n;
+  return n;
+}
+
 inline bool IsHigh(unsigned u) { return u >= 0xD800 && u <= 0xDBFF; }
 inline bool IsLow(unsigned u) { return u >= 0xDC00 && u <= 0xDFFF; }
 
@@ -241,7 +248,7 @@ void ImageRender::Token(const XmlToken& token, Image image) {
 
 void ImageRender::Name(const unsigned short* name) {
   AD_ASSERT_TEXT(AdIsNonEmpty(name), "AdIsNonEmpty(name)", kContentUnit);
-  m_sink.Text(name, static_cast<std::size_t>(_tcslen(name)), Utf8Sink::RAW);
+  m_sink.Text(name, Length(name), Utf8Sink::RAW);
 }
 
 void ImageRender::ETag(const XmlETag& tag) {
@@ -274,12 +281,12 @@ void ImageRender::STag(const XmlSTag& tag, const char* terminator, std::size_t t
       Obx_String value = attributes.ValueAt(k);
       m_converter->AttrStreamImage(attrName, value);
       attrName = m_converter->AttrNameImage(tag, attrName, value);
-      m_sink.Text(attrName, static_cast<std::size_t>(_tcslen(attrName)), Utf8Sink::RAW);
+      m_sink.Text(attrName, Length(attrName), Utf8Sink::RAW);
       m_sink.Markup("=\"", 2);
       m_sink.Text(value.GetData(), static_cast<std::size_t>(value.GetLength()), Utf8Sink::ATTRIBUTE);
     } else {
       const Obx_String& value = attributes.ValueAt(k);
-      m_sink.Text(attrName, static_cast<std::size_t>(_tcslen(attrName)), Utf8Sink::RAW);
+      m_sink.Text(attrName, Length(attrName), Utf8Sink::RAW);
       m_sink.Markup("=\"", 2);
       m_sink.Text(value.GetData(), static_cast<std::size_t>(value.GetLength()), Utf8Sink::ATTRIBUTE);
     }
@@ -297,15 +304,24 @@ void ImageRender::CharData(const XmlCharData& text) {
 }
 
 void ImageRender::Element(const XmlElement& element) {
-  AD_ASSERT_TEXT(AdIsEqualNoCase(element.GetSTag().GetName(), element.GetETag().GetName()),
+  // Names read from a packet are equal as they stand; only others need the
+  // case-insensitive comparison.
+  const Obx_String& startName = element.m_stag.GetName();
+  const Obx_String& endName = element.m_etag.GetName();
+  AD_ASSERT_TEXT(startName == endName || AdIsEqualNoCase(startName, endName),
                  "AdIsEqualNoCase(m_stag.GetName(), m_etag.GetName())", kContentUnit);
-  if (element.m_content.empty()) return STag(element.GetSTag(), "/>", 2);
-  STag(element.GetSTag(), ">", 1);
-  for (const NXSmartPtr<XmlContent>& item : element.m_content) {
-    AD_ASSERT_TEXT(item.get() != nullptr, "item != __null", kContentUnit);
+  if (element.m_content.empty()) return STag(element.m_stag, "/>", 2);
+  STag(element.m_stag, ">", 1);
+  const std::vector<NXSmartPtr<XmlContent>>& items = element.m_content;
+  for (std::size_t i = 0; i < items.size(); ++i) {
+    // A tree read from a packet lies all over the heap: ask for the next
+    // item while this one is rendered.
+    if (i + 1 < items.size()) __builtin_prefetch(items[i + 1].get());
+    const XmlContent* item = items[i].get();
+    AD_ASSERT_TEXT(item != nullptr, "item != __null", kContentUnit);
     Token(*item, VIRTUAL);
   }
-  ETag(element.GetETag());
+  ETag(element.m_etag);
 }
 
 void ImageRender::Other(const XmlToken& token) {
