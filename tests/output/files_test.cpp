@@ -36,6 +36,7 @@ TEST_F(SeriesTest, CutsExactlyAtTheLimit) {
       {"the next write does", {"0123456789", "a"}, 3, "N:10 N_2:1 = 11"},
       {"a character split between files", {"012345678", "\xE4\xB8\xAD!"}, 0, "N:10 N_2:3 = 13"},
       {"no limit on the number of files", {u25, u25}, 0, "N:10 N_2:10 N_3:10 N_4:10 N_5:10 = 50"},
+      {"numbers are not counted", {"0123456789", "#"}, 1, "N:15 = 15"},
       {"empty writes", {"", "0123456789", ""}, 1, "N:10 = 10"},
   };
   for (const Case& c : cases) {
@@ -43,6 +44,12 @@ TEST_F(SeriesTest, CutsExactlyAtTheLimit) {
     {
       OXmlStream out(Base(), 10, c.maxFiles);
       for (const std::string& w : c.writes) {
+        // "#" stands for a number, which bypasses the limit.
+        if (w == "#") {
+          out << 12345L;
+          all += "12345";
+          continue;
+        }
         out.write(w.data(), static_cast<long>(w.size()));
         all += w;
       }
@@ -123,14 +130,6 @@ TEST_F(SeriesTest, LimitsOfMemoryAndCallersStreams) {
   EXPECT_EQ(wide.Str(), "abc");
 }
 
-TEST_F(SeriesTest, NumbersBypassTheCount) {
-  OXmlStream out(Base(), 10, 0);
-  out.write("0123456789", 10);
-  out << 12345L;
-  out.Close();
-  EXPECT_EQ(Listed(out), "N:15 = 15");
-}
-
 TEST_F(SeriesTest, ListingAndDeleting) {
   OXmlStream out(Base(), 4, 0);
   out.write("aaaabbbbcc", 10);
@@ -144,9 +143,6 @@ TEST_F(SeriesTest, ListingAndDeleting) {
   out.Delete_Created_Files(0);
   EXPECT_FALSE(FileExists(Path("N")));
   EXPECT_EQ(Listed(out), "= 0");
-
-  OXmlStream memory(0LL);
-  EXPECT_EQ(Listed(memory), "= 0");
 }
 
 TEST_F(SeriesTest, OpenAndWriteFailures) {
