@@ -68,6 +68,9 @@ void OXmlStream::write_internal(const char* bytes, long n) {
     const long rest = n - chunk;
     if (rest <= 0) return;
     if (m_fileName.IsEmpty()) throw new XmlException();
+    // A limit whose low 32 bits leave no room takes nothing even in a fresh
+    // file: rolling over would only make empty files without end.
+    if (chunk == 0 && m_bytesWritten == 0) throw new XmlException();
     if (m_maxFiles != 0 && m_fileCount >= m_maxFiles && !m_allowOverflow) throw new XmlException();
 
     Close();

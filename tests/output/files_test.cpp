@@ -128,6 +128,11 @@ TEST_F(SeriesTest, LimitsOfMemoryAndCallersStreams) {
   OXmlStream wide((1LL << 32) + 3);
   EXPECT_TRUE(RaisesXmlException([&] { wide.write("abcd", 4); }));
   EXPECT_EQ(wide.Str(), "abc");
+  // Regression: a limit with no room on 32 bits made empty files without end.
+  OXmlStream noRoom(Base(), 1LL << 32, 0);
+  EXPECT_TRUE(RaisesXmlException([&] { noRoom.write("a", 1); }));
+  noRoom.Close();
+  EXPECT_EQ(Listed(noRoom), "N:0 = 0");
 }
 
 TEST_F(SeriesTest, ListingAndDeleting) {
