@@ -460,6 +460,8 @@ class NXXML_API XmlElement : public XmlContent {
   int GetContentByIndex(NXSmartPtr<XmlContent>& item, int i) const;
 
  protected:
+  // The output stream renders the items in place, without a reference each.
+  friend class ImageRender;
   XmlSTag m_stag;
   XmlETag m_etag;
   std::vector<NXSmartPtr<XmlContent>> m_content;

@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "nxcharsets.h"
+#include "nxfiles.h"
 #include "xmlcontent.h"
 
 // ===========================================================================
@@ -276,3 +277,146 @@ NXXML_API IXmlStream& operator>>(IXmlStream& in, XmlCharData& text);
 // A whole element with its subtree; one cut off by the end of the input is
 // returned as far as it was read.
 NXXML_API IXmlStream& operator>>(IXmlStream& in, XmlElement& element);
+
+// ===========================================================================
+// The output stream.
+//
+// Writes text, tokens and element trees as UTF-8 (control characters in the
+// escaped form above) to a caller's stream, to memory, or to a series of
+// files N, N_2, N_3... each cut at a byte limit. Every byte passes
+// write_internal, which enforces the limit. Failures are raised as
+// QmMsgException*; a limit that leaves no room and no file to roll over to
+// raises XmlException*.
+
+// Raised by the output stream, by pointer, when the output is full: the limit
+// of an in-memory or caller's stream, or of the last file allowed, was
+// reached. The part that fitted has been written. Free it with Delete().
+class NXXML_API XmlException : public CException {
+ public:
+  XmlException() : CException(true) {}
+  ~XmlException() override;
+};
+
+class NXXML_API OXmlStream {
+ public:
+  // Writes to a caller's stream, which must outlive this one. maxSize > 0
+  // limits the bytes written; beyond it XmlException is raised.
+  OXmlStream(std::ostream& os, long long maxSize);
+  // The same; Str() returns the string stream's contents.
+  OXmlStream(std::ostringstream& os, long long maxSize);
+  // Writes to a caller's open file, which Close() closes but never deletes;
+  // raises 27303 when the file is not good.
+  OXmlStream(std::ofstream& os, long long maxSize);
+  // Writes to memory; Str() and GetBlob() hand the bytes out.
+  explicit OXmlStream(long long maxSize);
+  // Writes the files fileName, fileName_2, ... of at most maxSize bytes each
+  // (maxSize <= 0: one file, no limit), at most maxFiles of them (0: no
+  // limit). Raises 27304 when the first file cannot be opened.
+  OXmlStream(const unsigned short* fileName, long long maxSize, int maxFiles);
+  virtual ~OXmlStream();
+  OXmlStream(const OXmlStream&) = delete;
+  OXmlStream& operator=(const OXmlStream&) = delete;
+
+  // Writes n raw UTF-8 bytes.
+  void write(const char* bytes, long n);
+  // Writes n UTF-16 units as UTF-8 (n < 1: up to the terminating zero).
+  void write(const unsigned short* wideChars, long n);
+  // Writes as much of the bytes as the limit allows, rolling over to the
+  // next file of a series; raises XmlException when nothing can take the rest.
+  void write_internal(const char* bytes, long n);
+  // Writes to the current stream, unlimited; a failed file write counts in
+  // GetWriteErrors() and raises 27320.
+  void do_write(const char* bytes, long n);
+
+  // Closes the stream (string-backed streams only note it) and returns the
+  // bytes written to memory or to a caller's string stream; empty otherwise.
+  std::string Str();
+  // Str() into blob, up to the first zero byte.
+  void GetBlob(NxBlob& blob);
+  // Installs the converter handed to every image; null installs a default
+  // one. The stream deletes it when owns is set.
+  void SetConverter(XmlConverter* converter, int owns);
+  // The converter in use; null until SetConverter.
+  XmlConverter* GetConverter() const { return m_converter; }
+  // 1 for memory and caller's (string) streams, 0 for file output.
+  int GetIsStrstream() const { return m_isStrstream; }
+  // 1 when a file series went past its limits because overflow was allowed.
+  int Overflowed() const;
+  // Ends the current file (flushed, closed; a series' file is released), or
+  // marks a string-backed stream closed, which it can still be written to.
+  void Close();
+
+  // Lists the files of the series in order; returns their total size in bytes.
+  double Get_Created_Files(CStringArray& files);
+  // Removes the files of the series from the last down to the first keep
+  // ones; call Close() first.
+  void Delete_Created_Files(unsigned int keep);
+
+  // With overflow allowed, a series that runs out of files goes on past its
+  // limits instead of raising XmlException.
+  void SetAllowOverflow(int allow) { m_allowOverflow = allow ? 1 : 0; }
+  int GetAllowOverflow() const { return m_allowOverflow; }
+  // Whether UTF-16 text is written with the control-character escape (on by
+  // default).
+  void SetEscapeControlChars(int escape) { m_escapeControlChars = escape ? 1 : 0; }
+  int GetEscapeControlChars() const { return m_escapeControlChars; }
+  // 1 once Close() was called on a string-backed stream.
+  int IsClosed() const { return m_closed; }
+  // The number of writes to a file that failed.
+  int GetWriteErrors() const { return m_writeErrors; }
+
+ private:
+  friend class OXmlStreamHelper;
+  friend NXXML_API OXmlStream& operator<<(OXmlStream& out, long value);
+
+  void Init(std::ostream* stream, int isStrstream, long long maxSize);
+  // Renders the token's image straight into the byte buffer, then writes
+  // it whole, so that a token that fails to render writes nothing.
+  void WriteImage(const XmlToken& token, int how);
+  [[noreturn]] void RaiseWriteError();
+
+  std::ostream* m_ownedStream = nullptr;
+  std::ostream* m_stream = nullptr;
+  int m_isStrstream = 1;
+  std::ostringstream* m_strstream = nullptr;
+  std::ofstream* m_fileStream = nullptr;
+  XmlConverter* m_converter = nullptr;
+  int m_ownsConverter = 1;
+  Obx_String m_fileName;
+  long long m_maxSize = 0;
+  unsigned int m_maxFiles = 1;
+  unsigned int m_fileCount = 0;
+  long long m_bytesWritten = 0;
+  int m_allowOverflow = 0;
+  int m_closed = 0;
+  int m_writeErrors = 0;
+  int m_escapeControlChars = 1;
+  // The UTF-8 of the item being written, reused from one write to the next.
+  char* m_buffer = nullptr;
+  std::size_t m_bufferCapacity = 0;
+};
+
+// Writes a zero-terminated UTF-16 text.
+NXXML_API OXmlStream& operator<<(OXmlStream& out, const unsigned short* text);
+inline OXmlStream& operator<<(OXmlStream& out, const char16_t* text) {
+  return out << reinterpret_cast<const unsigned short*>(text);
+}
+// Writes the decimal digits straight to the byte stream: they are neither
+// counted nor limited, and never start a new file.
+NXXML_API OXmlStream& operator<<(OXmlStream& out, long value);
+// Writes the token's image (its virtual GetImage).
+NXXML_API OXmlStream& operator<<(OXmlStream& out, const XmlToken& token);
+NXXML_API OXmlStream& operator<<(OXmlStream& out, const XmlElement& element);
+NXXML_API OXmlStream& operator<<(OXmlStream& out, const XmlCharData& text);
+// Writes the end tag's image.
+NXXML_API OXmlStream& operator<<(OXmlStream& out, const XmlETag& tag);
+// Writes the start tag closed by ">", never as an empty-element tag.
+NXXML_API OXmlStream& operator<<(OXmlStream& out, const XmlSTag& tag);
+// Appends everything written to the string-backed stream rhs (up to its first
+// zero byte), closing rhs.
+NXXML_API OXmlStream& operator<<(OXmlStream& lhs, OXmlStream& rhs);
+// Copies the input's next token to out; at the end of the input writes
+// nothing. A queued error is raised instead of written.
+NXXML_API IXmlStream& operator>>(IXmlStream& in, OXmlStream& out);
+// End of the output section.
+// ===========================================================================

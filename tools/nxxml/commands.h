@@ -41,5 +41,16 @@ std::string ReadAllTokens(IXmlStream& stream, const InputOptions& options,
 // The full text of a message exception; frees it.
 std::string DescribeAndDelete(QmMsgException* e);
 
+// nxxml copy: the inputs' tokens to standard output or to a file series.
+struct CopyOptions {
+  InputOptions input;
+  std::string output;
+  std::string maxSize;
+  int maxFiles = 0;
+  bool allowOverflow = false;
+};
+void AddCopyOptions(CLI::App& command, CopyOptions& options);
+
 int RunCheck(const InputOptions& options);
+int RunCopy(const CopyOptions& options);
 int RunTokens(const InputOptions& options);

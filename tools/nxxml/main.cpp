@@ -20,6 +20,11 @@ int main(int argc, char** argv) {
   CLI::App* tokens = app.add_subcommand("tokens", "Print the tokens of the input as JSON Lines");
   AddInputOptions(*tokens, tokensOptions);
 
+  CopyOptions copyOptions;
+  CLI::App* copy = app.add_subcommand(
+      "copy", "Copy every token of the input to standard output, or to the files OUT, OUT_2, ... cut at --max-size");
+  AddCopyOptions(*copy, copyOptions);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -29,6 +34,7 @@ int main(int argc, char** argv) {
   }
   if (check->parsed()) return RunCheck(checkOptions);
   if (tokens->parsed()) return RunTokens(tokensOptions);
+  if (copy->parsed()) return RunCopy(copyOptions);
   std::cout << app.help();
   return 0;
 }
