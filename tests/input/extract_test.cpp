@@ -100,8 +100,9 @@ TEST(Extraction, MismatchesRaiseWithIdsAndParameters) {
     EXPECT_EQ(e->GetMessage(0).GetId(), c.id);
     EXPECT_EQ(Utf8(e->GetMessage(0).FullMsg()), c.text);
     e->Delete();
-    if (c.id == 0)  // a raised check leaves the offending token at the head
+    if (c.id == 0) {  // a raised check leaves the offending token at the head
       EXPECT_EQ(in->GetNextTokenType(), c.xml[3] == 't' ? XT_CHARDATA : XT_STAG);
+    }
   }
 }
 
