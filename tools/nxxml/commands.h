@@ -51,6 +51,11 @@ struct CopyOptions {
 };
 void AddCopyOptions(CLI::App& command, CopyOptions& options);
 
+// Reads every input to its end, calling onToken for each token; prints
+// "LABEL: ok" for a good input when reportOk, "LABEL: error" on standard
+// error for a bad one. Returns the exit status.
+int ReadEachInput(const InputOptions& options, const std::function<void(const XmlToken&)>& onToken, bool reportOk);
+
 int RunCheck(const InputOptions& options);
 int RunCopy(const CopyOptions& options);
 int RunTokens(const InputOptions& options);

@@ -108,3 +108,28 @@ std::string ReadAllTokens(IXmlStream& stream, const InputOptions& options,
   if (elements == 0 && !options.embedded) return "the input holds no element";
   return std::string();
 }
+
+int ReadEachInput(const InputOptions& options, const std::function<void(const XmlToken&)>& onToken, bool reportOk) {
+  std::vector<Input> inputs;
+  if (!ResolveInputs(options, inputs)) return kExitUsage;
+  int status = kExitOk;
+  for (const Input& input : inputs) {
+    std::unique_ptr<std::ifstream> file;
+    std::string error;
+    try {
+      std::unique_ptr<IXmlStream> stream = OpenInput(input, options, file);
+      error = ReadAllTokens(*stream, options, onToken);
+    } catch (QmMsgException* e) {
+      error = DescribeAndDelete(e);
+    }
+    if (error.empty()) {
+      if (reportOk) std::cout << input.label << ": ok\n";
+      continue;
+    }
+    // What was printed of the input comes before its error.
+    std::cout.flush();
+    std::cerr << input.label << ": " << error << "\n";
+    status = kExitBad;
+  }
+  return status;
+}

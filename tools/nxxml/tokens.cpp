@@ -39,24 +39,4 @@ void PrintToken(const XmlToken& token) {
 
 }  // namespace
 
-int RunTokens(const InputOptions& options) {
-  std::vector<Input> inputs;
-  if (!ResolveInputs(options, inputs)) return kExitUsage;
-  int status = kExitOk;
-  for (const Input& input : inputs) {
-    std::unique_ptr<std::ifstream> file;
-    std::string error;
-    try {
-      std::unique_ptr<IXmlStream> stream = OpenInput(input, options, file);
-      error = ReadAllTokens(*stream, options, PrintToken);
-    } catch (QmMsgException* e) {
-      error = DescribeAndDelete(e);
-    }
-    if (!error.empty()) {
-      std::cout.flush();
-      std::cerr << input.label << ": " << error << "\n";
-      status = kExitBad;
-    }
-  }
-  return status;
-}
+int RunTokens(const InputOptions& options) { return ReadEachInput(options, PrintToken, false); }
