@@ -360,6 +360,7 @@ class NXXML_API XmlCharData : public XmlContent {
   }
 
  protected:
+  friend class XmlHelper;
   Obx_String m_data;
   // Size last requested for m_data's buffer; drives AppendData's growth.
   int m_capacity = 0;
