@@ -193,13 +193,15 @@ void IXmlStream::ReadAndParse(char* buf, unsigned int bufSize) {
 }
 
 int IXmlStream::FillTokenBuffer(char* buf, unsigned int bufSize, int accumulate) {
-  while (!m_source->eof() && !m_parseStopped) {
+  // The queue is asked first: when it already holds what the reader needs
+  // the answer is the same whether the input has ended or not.
+  for (;;) {
     const std::size_t count = m_tokens.size();
     if (count > 1) return 1;
     if (count == 1 && !(accumulate && IsText(m_tokens.back()))) return 1;
+    if (m_source->eof() || m_parseStopped) return count == 0 ? 0 : 1;
     ReadAndParse(buf, bufSize);
   }
-  return m_tokens.empty() ? 0 : 1;
 }
 
 int IXmlStream::Parse_More() {
