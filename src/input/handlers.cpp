@@ -16,16 +16,37 @@ const char* const kUnit = "xmlstream";
 IXmlStream* StreamOf(void* userData) { return static_cast<IXmlStream*>(userData); }
 
 // Widens the leading ASCII bytes of s[0..n) into d; returns how many there
-// are (n when all are).
+// are (n when all are). Names, values and texts are mostly short: a text of
+// 8 bytes or more is widened in whole blocks, the last one overlapping the
+// one before, rather than finished byte by byte.
 std::size_t WidenAscii(const char* s, std::size_t n, unsigned short* d) {
   std::size_t k = 0;
 #if defined(__SSE2__)
   const __m128i zero = _mm_setzero_si128();
-  for (; k + 16 <= n; k += 16) {
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + k));
-    if (_mm_movemask_epi8(v)) break;  // a byte with its high bit set
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + k), _mm_unpacklo_epi8(v, zero));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + k + 8), _mm_unpackhi_epi8(v, zero));
+  if (n >= 16) {
+    for (; k + 16 <= n; k += 16) {
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + k));
+      if (_mm_movemask_epi8(v)) break;  // a byte with its high bit set
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(d + k), _mm_unpacklo_epi8(v, zero));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(d + k + 8), _mm_unpackhi_epi8(v, zero));
+    }
+    if (k + 16 > n && k < n) {
+      const std::size_t last = n - 16;
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + last));
+      if (!_mm_movemask_epi8(v)) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d + last), _mm_unpacklo_epi8(v, zero));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d + last + 8), _mm_unpackhi_epi8(v, zero));
+        return n;
+      }
+    }
+  } else if (n >= 8) {
+    const __m128i v = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(s));
+    const __m128i w = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(s + n - 8));
+    if (!(_mm_movemask_epi8(v) | _mm_movemask_epi8(w))) {
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm_unpacklo_epi8(v, zero));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(d + n - 8), _mm_unpacklo_epi8(w, zero));
+      return n;
+    }
   }
 #endif
   for (; k < n; ++k) {
