@@ -67,10 +67,8 @@ IXmlStream& operator>>(IXmlStream& in, XmlSTag& tag) {
     RaiseNameMismatch(27305, tag.m_name, head->m_name, in.RenderSourceLocation(tag.m_location));
   if (head->IsConverted()) {
     // A tag the application put back: already converted, so taken as it is.
-    // The stream owns it: it is freed once copied.
     tag = *head;
     in.PopHead();
-    delete head;
     return in;
   }
   tag.m_named = 0;
