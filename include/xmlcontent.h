@@ -2,6 +2,8 @@
 // character data, elements) that render themselves as XML text.
 #pragma once
 
+#include <cstddef>
+#include <new>
 #include <typeinfo>
 #include <vector>
 
@@ -217,6 +219,18 @@ extern NXXML_API const unsigned short* const XmlTokenTypeDescriptions[9];
 class NXXML_API XmlToken : public NXObject {
  public:
   ~XmlToken() override;
+
+  // Reading a packet makes and frees tokens by the hundred thousand, a few
+  // sizes over and over: freed blocks are kept in a small cache of the
+  // thread for the next token of their size. The placement and nothrow
+  // forms stay available as for any class.
+  static void* operator new(std::size_t size);
+  static void operator delete(void* p, std::size_t size) noexcept;
+  static void* operator new(std::size_t size, const std::nothrow_t&) noexcept;
+  static void operator delete(void* p, const std::nothrow_t&) noexcept;
+  static void* operator new(std::size_t, void* place) noexcept { return place; }
+  static void operator delete(void*, void*) noexcept {}
+
   virtual XmlToken_t GetType() const = 0;
   // The token's XML text. A converter, when given, rewrites names and
   // attribute values on the way out.
@@ -360,6 +374,7 @@ class NXXML_API XmlCharData : public XmlContent {
   }
 
  protected:
+  friend class XmlHelper;
   Obx_String m_data;
   // Size last requested for m_data's buffer; drives AppendData's growth.
   int m_capacity = 0;

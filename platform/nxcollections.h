@@ -39,6 +39,11 @@ class NXPLATFORM_API CMapStringToString {
   void SetAt(const Obx_String& key, const Obx_String& value);
   void SetAt(Obx_String&& key, Obx_String&& value);
   void RemoveAll();
+  // Makes room for count pairs in all, so that filling a map whose size is
+  // known allocates once.
+  void Reserve(int count) {
+    if (count > 0) m_pairs.reserve(static_cast<std::size_t>(count));
+  }
 
   POSITION GetStartPosition() const;
   // Copies out the pair at pos and advances it; pos becomes null after the

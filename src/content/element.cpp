@@ -3,6 +3,14 @@
 namespace {
 
 XmlElement* AsElement(XmlContent* item) { return dynamic_cast<XmlElement*>(item); }
+
+// Room for one more item. The first allocation takes three slots, which
+// costs no more than one from the allocator (its smallest block holds
+// three pointers): a leaf's single text fits it, and a record's few fields
+// need one or two regrowths instead of four.
+void MakeRoom(std::vector<NXSmartPtr<XmlContent>>& content) {
+  if (content.size() == content.capacity()) content.reserve(content.empty() ? 3 : 2 * content.size());
+}
 XmlCharData* AsCharData(XmlContent* item) { return dynamic_cast<XmlCharData*>(item); }
 
 }  // namespace
@@ -49,34 +57,50 @@ void XmlElement::Clean() {
   m_stag.Clean();
 }
 
-void XmlElement::AddSubElement(NXSmartPtr<XmlElement>& element) { m_content.emplace_back(element); }
+void XmlElement::AddSubElement(NXSmartPtr<XmlElement>& element) {
+  MakeRoom(m_content);
+  m_content.emplace_back(element);
+}
 
-void XmlElement::AddSubElement(const XmlElement& element) { m_content.emplace_back(new XmlElement(element)); }
+void XmlElement::AddSubElement(const XmlElement& element) {
+  MakeRoom(m_content);
+  m_content.emplace_back(new XmlElement(element));
+}
 
 NXSmartPtr<XmlElement> XmlElement::AddSubElement(const Obx_String& name) {
   NXSmartPtr<XmlElement> element(new XmlElement(name));
+  MakeRoom(m_content);
   m_content.emplace_back(element);
   return element;
 }
 
 NXSmartPtr<XmlElement> XmlElement::AddSubElement(const unsigned short* name) {
   NXSmartPtr<XmlElement> element(new XmlElement(name));
+  MakeRoom(m_content);
   m_content.emplace_back(element);
   return element;
 }
 
-void XmlElement::AddCharData(NXSmartPtr<XmlCharData>& data) { m_content.emplace_back(data); }
+void XmlElement::AddCharData(NXSmartPtr<XmlCharData>& data) {
+  MakeRoom(m_content);
+  m_content.emplace_back(data);
+}
 
-void XmlElement::AddCharData(const XmlCharData& data) { m_content.emplace_back(new XmlCharData(data)); }
+void XmlElement::AddCharData(const XmlCharData& data) {
+  MakeRoom(m_content);
+  m_content.emplace_back(new XmlCharData(data));
+}
 
 NXSmartPtr<XmlCharData> XmlElement::AddCharData(const Obx_String& text) {
   NXSmartPtr<XmlCharData> data(new XmlCharData(text));
+  MakeRoom(m_content);
   m_content.emplace_back(data);
   return data;
 }
 
 NXSmartPtr<XmlCharData> XmlElement::AddCharData(const unsigned short* text) {
   NXSmartPtr<XmlCharData> data(new XmlCharData(text, -1));
+  MakeRoom(m_content);
   m_content.emplace_back(data);
   return data;
 }

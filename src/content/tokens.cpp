@@ -26,6 +26,106 @@ const char* NxXmlGetVersionInfo() {
 
 NXObject::~NXObject() = default;
 XmlToken::~XmlToken() = default;
+
+namespace {
+
+// Under the address sanitizer every token goes to the allocator, so that a
+// token used after it was freed is still caught.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kCacheTokens = false;
+#else
+constexpr bool kCacheTokens = true;
+#endif
+
+// Blocks are kept by their exact size, so a block only ever serves objects
+// of the size it was allocated for (whoever allocated it), for sizes in
+// steps of 8 bytes below kSizes steps (every token class of the library);
+// other sizes bypass the cache. The cache holds at most kCacheBytes a
+// thread, so a freed tree never parks much memory.
+const std::size_t kStep = 8;
+const std::size_t kSizes = 48;
+const std::size_t kCacheBytes = 256 * 1024;
+
+struct FreeBlock {
+  FreeBlock* next;
+};
+
+// Plain data, so that reaching it costs no initialisation check.
+struct TokenCache {
+  FreeBlock* heads[kSizes];
+  std::size_t bytes;
+  bool registered;  // the closer below will empty it when the thread ends
+  bool closed;      // emptied: blocks freed from now on go to the allocator
+};
+thread_local TokenCache t_cache;
+
+void EmptyCache(TokenCache& cache) {
+  for (FreeBlock*& head : cache.heads) {
+    while (FreeBlock* block = head) {
+      head = block->next;
+      ::operator delete(block);
+    }
+  }
+  cache.bytes = 0;
+}
+
+struct CacheCloser {
+  void Register() {}
+  ~CacheCloser() {
+    EmptyCache(t_cache);
+    t_cache.closed = true;
+  }
+};
+thread_local CacheCloser t_closer;
+
+// The cache slot of a size, kSizes for one the cache does not keep.
+std::size_t SizeClass(std::size_t size) { return size % kStep == 0 && size / kStep < kSizes ? size / kStep : kSizes; }
+
+}  // namespace
+
+void* XmlToken::operator new(std::size_t size) {
+  const std::size_t k = SizeClass(size);
+  if (k >= kSizes) return ::operator new(size);
+  TokenCache& cache = t_cache;
+  if (FreeBlock* block = cache.heads[k]) {
+    cache.heads[k] = block->next;
+    cache.bytes -= size;
+    return block;
+  }
+  return ::operator new(size);
+}
+
+void XmlToken::operator delete(void* p, std::size_t size) noexcept {
+  if (!p) return;
+  const std::size_t k = SizeClass(size);
+  TokenCache& cache = t_cache;
+  if (!kCacheTokens || k >= kSizes || cache.closed || cache.bytes + size > kCacheBytes) {
+    ::operator delete(p);
+    return;
+  }
+  if (!cache.registered) {
+    cache.registered = true;
+    t_closer.Register();
+  }
+  FreeBlock* block = static_cast<FreeBlock*>(p);
+  block->next = cache.heads[k];
+  cache.heads[k] = block;
+  cache.bytes += size;
+}
+
+void* XmlToken::operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  try {
+    return operator new(size);
+  } catch (...) {
+    return nullptr;
+  }
+}
+
+void XmlToken::operator delete(void* p, const std::nothrow_t&) noexcept {
+  // Only reached when a constructor raised after a nothrow new, whose block
+  // (fresh or from the cache) is a plain ::operator new block.
+  ::operator delete(p);
+}
 XmlContent::~XmlContent() = default;
 
 const char* NxTypeName(const std::type_info& type) {

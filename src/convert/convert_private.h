@@ -2,6 +2,8 @@
 // and the catalogue ids of conversion failures.
 #pragma once
 
+#include "nxstrings.h"
+
 namespace nxconvert {
 
 const char* const kUnit = "xmlstream";
@@ -11,5 +13,12 @@ const long kCannotEncodeMsgId = 27315;      // text does not fit the target code
 const long kNonAsciiMsgId = 27316;          // non-ASCII where only ASCII is allowed
 const long kCannotDecodeMsgId = 27317;      // bytes not valid in their encoding
 const long kEncodedNothingMsgId = 27319;    // an encoding produced no bytes
+
+// UTF82UTF16 appending to out instead of returning a new buffer: the same
+// decoding, escape handling, checks and raises, with escape as both the
+// starting and the ending escape state. On a raise out is as it was (escape
+// is left as UTF82UTF16 leaves its ending state).
+void AppendUTF82UTF16(bool& escape, const char* data, int numBytes, bool asciiOnly, bool throwOnDecodeError,
+                      Obx_StdString& out);
 
 }  // namespace nxconvert

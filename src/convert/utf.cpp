@@ -179,6 +179,40 @@ void UTF82UTF16(bool startsWithEscape, const char* data, int numBytes, bool asci
   wideStringSize = size;
 }
 
+void nxconvert::AppendUTF82UTF16(bool& escape, const char* data, int numBytes, bool asciiOnly,
+                                 bool throwOnDecodeError, Obx_StdString& out) {
+  AD_ASSERT_TEXT(data != nullptr, "data != __null", kUnit);
+  if (numBytes == 0) return;
+  if (numBytes < 0) numBytes = static_cast<int>(std::strlen(data)) + 1;
+
+  // Decoded straight into the caller's string: a UTF-8 text never needs more
+  // UTF-16 units than it has bytes.
+  const std::size_t old = out.size();
+  out.resize(old + static_cast<std::size_t>(numBytes));
+  unsigned short* units = &out[old];
+  UErrorCode status = U_ZERO_ERROR;
+  int32_t produced = 0;
+  u_strFromUTF8WithSub(reinterpret_cast<UChar*>(units), numBytes, &produced, data, numBytes,
+                       throwOnDecodeError ? U_SENTINEL : 0xFFFD, nullptr, &status);
+  if (U_FAILURE(status)) {
+    out.resize(old);
+    AdThrowMsgExcept(kCannotDecodeMsgId,
+                     "wide.cvtFromMBCS(AdCharset::getUTF8Charset(), data, numBytes, (throwOnDecodeError ? "
+                     "AdCharset::Strict : AdCharset::Nonstrict))",
+                     kUnit, __LINE__);
+  }
+  int size = produced;
+  try {
+    ConvertXMLSafeCCToAsciiCC(units, size, escape);
+    AD_ASSERT_TEXT(size > 0 || escape == 1, "wideStringSize > 0 || endsWithEscape == 1", kUnit);
+    if (asciiOnly && throwOnDecodeError) CheckNonAscii(units, size);
+  } catch (...) {
+    out.resize(old);
+    throw;
+  }
+  out.resize(old + static_cast<std::size_t>(size));
+}
+
 Obx_String UTF82CString(const char* data, bool asciiOnly, bool throwOnDecodeError) {
   AD_ASSERT_TEXT(data != nullptr, "data != __null", kUnit);
   unsigned short* wide = nullptr;

@@ -138,7 +138,8 @@ IXmlStream& operator>>(IXmlStream& in, XmlElement& element) {
   for (;;) {
     switch (in.GetNextTokenType()) {
       case XT_STAG: {
-        NXSmartPtr<XmlElement> child = element.AddSubElement(NX_U16(u""));
+        NXSmartPtr<XmlElement> child(new XmlElement());
+        element.AddSubElement(child);
         in >> *child;
         break;
       }
@@ -150,11 +151,9 @@ IXmlStream& operator>>(IXmlStream& in, XmlElement& element) {
                           in.RenderSourceLocation(element.m_location));
       }
       case XT_CHARDATA:
-      case XT_CDSECTION: {
-        NXSmartPtr<XmlCharData> data = element.AddCharData(NX_U16(u""));
-        in >> *data;
+      case XT_CDSECTION:
+        XmlHelper::ExtractCharDataItem(in, element);
         break;
-      }
       case XT_EOF:
         // Cut off by the end of the input: returned as far as it was read.
         return in;
@@ -164,6 +163,35 @@ IXmlStream& operator>>(IXmlStream& in, XmlElement& element) {
         break;
     }
   }
+}
+
+void XmlHelper::ExtractCharDataItem(IXmlStream& in, XmlElement& element) {
+  in.m_accumulate = 1;
+  int more;
+  try {
+    more = in.Parse_More();
+  } catch (...) {
+    // Reading into a new item would have left it empty in the element.
+    element.AddCharData(NX_U16(u""));
+    throw;
+  }
+  XmlToken* token = more ? in.Head() : nullptr;
+  // The queued token is a plain, unshared text of the stream's own making:
+  // it becomes the element's item itself instead of handing its text over
+  // to a new one. Anything else (a token the application pushed) is read
+  // into a new item as usual.
+  if (token && token->GetType() == XT_CHARDATA && typeid(*token) == typeid(XmlCharData) &&
+      token->GetRefCount() == 0) {
+    XmlCharData* head = static_cast<XmlCharData*>(token);
+    in.PopHead();
+    NXSmartPtr<XmlCharData> item(head);
+    element.AddCharData(item);
+    in.m_converter->TokenMonitor(in, *head);
+    in.m_accumulate = 0;
+    return;
+  }
+  NXSmartPtr<XmlCharData> data = element.AddCharData(NX_U16(u""));
+  in >> *data;
 }
 
 void IXmlStream::SkipElement() {

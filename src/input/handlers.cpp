@@ -1,7 +1,12 @@
 #include <expat.h>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include <cstring>
 
+#include "convert/convert_private.h"
 #include "input/helper.h"
 
 namespace {
@@ -10,30 +15,100 @@ const char* const kUnit = "xmlstream";
 
 IXmlStream* StreamOf(void* userData) { return static_cast<IXmlStream*>(userData); }
 
-bool IsAscii(const char* s, std::size_t n) {
-  for (std::size_t k = 0; k < n; ++k)
-    if (static_cast<unsigned char>(s[k]) >= 0x80) return false;
-  return true;
-}
-
-// Widens ASCII bytes. For such bytes decoding is the identity and neither
-// the control-character escape (whose mark is not ASCII) nor the ASCII check
-// can apply, so this gives what the full conversion gives, without its
-// intermediate buffer.
-void WidenAscii(const char* s, std::size_t n, Obx_StdString& out) {
-  const std::size_t old = out.size();
-  out.resize(old + n);
-  for (std::size_t k = 0; k < n; ++k) out[old + k] = static_cast<unsigned char>(s[k]);
-}
-
-Obx_String DecodeName(const char* s, bool asciiOnly, bool lenient) {
-  const std::size_t n = std::strlen(s);
-  if (IsAscii(s, n)) {
-    Obx_String result;
-    WidenAscii(s, n, result.Std());
-    return result;
+// Widens the leading ASCII bytes of s[0..n) into d; returns how many there
+// are (n when all are). Names, values and texts are mostly short: a text of
+// 8 bytes or more is widened in whole blocks, the last one overlapping the
+// one before, rather than finished byte by byte.
+std::size_t WidenAscii(const char* s, std::size_t n, unsigned short* d) {
+  std::size_t k = 0;
+#if defined(__SSE2__)
+  const __m128i zero = _mm_setzero_si128();
+  if (n >= 16) {
+    for (; k + 16 <= n; k += 16) {
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + k));
+      if (_mm_movemask_epi8(v)) break;  // a byte with its high bit set
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(d + k), _mm_unpacklo_epi8(v, zero));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(d + k + 8), _mm_unpackhi_epi8(v, zero));
+    }
+    if (k + 16 > n && k < n) {
+      const std::size_t last = n - 16;
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + last));
+      if (!_mm_movemask_epi8(v)) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d + last), _mm_unpacklo_epi8(v, zero));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d + last + 8), _mm_unpackhi_epi8(v, zero));
+        return n;
+      }
+    }
+  } else if (n >= 8) {
+    const __m128i v = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(s));
+    const __m128i w = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(s + n - 8));
+    if (!(_mm_movemask_epi8(v) | _mm_movemask_epi8(w))) {
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm_unpacklo_epi8(v, zero));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(d + n - 8), _mm_unpacklo_epi8(w, zero));
+      return n;
+    }
   }
-  return UTF82CString(s, asciiOnly, !lenient);
+#endif
+  for (; k < n; ++k) {
+    const unsigned char c = static_cast<unsigned char>(s[k]);
+    if (c >= 0x80) break;
+    d[k] = c;
+  }
+  return k;
+}
+
+// Appends the widened leading ASCII bytes of s[0..n) to out and returns how
+// many it took. For such bytes decoding is the identity and neither the
+// control-character escape (whose mark is not ASCII) nor the ASCII check
+// can apply, so this gives what the full conversion gives, in the same pass
+// that finds where the ASCII ends. Most names, values and texts of a packet
+// are ASCII throughout. The units are staged on the stack and appended in
+// one piece: growing the string first would fill it for nothing.
+std::size_t AppendAsciiPrefix(const char* s, std::size_t n, Obx_StdString& out) {
+  const std::size_t kStage = 512;
+  unsigned short staged[kStage];
+  std::size_t k = 0;
+  while (k < n) {
+    const std::size_t m = n - k < kStage ? n - k : kStage;
+    const std::size_t ascii = WidenAscii(s + k, m, staged);
+    out.append(staged, ascii);
+    k += ascii;
+    if (ascii < m) break;
+  }
+  return k;
+}
+
+// Appends the decoded text of s[0..n) to out, escape carrying the state of
+// the control-character escape across pieces. The ASCII lead is widened
+// directly; the rest (from the first non-ASCII byte, which is a character
+// boundary) goes through the full conversion, which gives the same units,
+// checks and errors as converting the whole piece. On a raise out is left
+// as it was.
+void AppendDecoded(const char* s, std::size_t n, bool& escape, bool asciiOnly, bool lenient, Obx_StdString& out) {
+  const std::size_t base = out.size();
+  // An unpaired mark pairs with the first unit: only the full conversion
+  // knows that.
+  const std::size_t ascii = escape ? 0 : AppendAsciiPrefix(s, n, out);
+  if (ascii == n) return;
+  try {
+    nxconvert::AppendUTF82UTF16(escape, s + ascii, static_cast<int>(n - ascii), asciiOnly, !lenient, out);
+  } catch (...) {
+    out.resize(base);
+    throw;
+  }
+}
+
+// A zero-terminated name or attribute value, decoded into out (empty).
+void DecodeName(const char* s, bool asciiOnly, bool lenient, Obx_StdString& out) {
+  const std::size_t n = std::strlen(s);
+  const std::size_t ascii = AppendAsciiPrefix(s, n, out);
+  if (ascii == n) return;
+  // The whole string's conversion takes its terminating zero along and ends
+  // the text at the first zero unit: so does this.
+  bool escape = false;
+  nxconvert::AppendUTF82UTF16(escape, s + ascii, static_cast<int>(n - ascii) + 1, asciiOnly, !lenient, out);
+  AD_ASSERT_TEXT(escape == false, "endedWithEscape == false", kUnit);
+  out.resize(ascii + Obx_StdString::traits_type::length(out.c_str() + ascii));
 }
 
 }  // namespace
@@ -60,10 +135,16 @@ void XmlHelper::STagHandler(void* userData, const char* name, const char** atts)
     }
     XmlSTag* tag = nullptr;
     try {
-      tag = new XmlSTag(DecodeName(name, stream->m_asciiOnly, stream->m_lenientDecoding));
+      tag = new XmlSTag(static_cast<const unsigned short*>(nullptr));
+      DecodeName(name, stream->m_asciiOnly, stream->m_lenientDecoding, tag->m_name.Std());
+      int count = 0;
+      while (atts[2 * count]) ++count;
+      tag->m_attributes.Reserve(count);
       for (int k = 0; atts[k]; k += 2) {
-        Obx_String value = DecodeName(atts[k + 1], stream->m_asciiOnly, stream->m_lenientDecoding);
-        Obx_String attrName = DecodeName(atts[k], stream->m_asciiOnly, stream->m_lenientDecoding);
+        Obx_String value;
+        DecodeName(atts[k + 1], stream->m_asciiOnly, stream->m_lenientDecoding, value.Std());
+        Obx_String attrName;
+        DecodeName(atts[k], stream->m_asciiOnly, stream->m_lenientDecoding, attrName.Std());
         // Expat has already refused duplicate names, so every pair is new.
         tag->m_attributes.SetAt(std::move(attrName), std::move(value));
       }
@@ -90,7 +171,7 @@ void XmlHelper::ETagHandler(void* userData, const char* name) {
     XmlETag* tag = nullptr;
     try {
       tag = new XmlETag(static_cast<const unsigned short*>(nullptr));
-      tag->m_name = DecodeName(name, stream->m_asciiOnly, stream->m_lenientDecoding);
+      DecodeName(name, stream->m_asciiOnly, stream->m_lenientDecoding, tag->m_name.Std());
     } catch (QmMsgException* e) {
       delete tag;
       AddErrorTokensToStream(e, stream);
@@ -108,35 +189,30 @@ void XmlHelper::ETagHandler(void* userData, const char* name) {
 void XmlHelper::CharDataHandler(void* userData, const char* s, int len) {
   IXmlStream* stream = StreamOf(userData);
   Guarded(stream, [&] {
-    Obx_String text;
-    if (!stream->m_lastCharDataEndedWithEscape && IsAscii(s, static_cast<std::size_t>(len))) {
-      WidenAscii(s, static_cast<std::size_t>(len), text.Std());
-    } else {
-      try {
-        unsigned short* wide = nullptr;
-        int size = 0;
-        UTF82UTF16(stream->m_lastCharDataEndedWithEscape, s, len, stream->m_asciiOnly, !stream->m_lenientDecoding,
-                   wide, size, stream->m_lastCharDataEndedWithEscape);
-        AD_ASSERT_TEXT(wide != nullptr || size == 0, "encodedData != __null || encodedDataSize == 0", kUnit);
-        text = Obx_String(wide, size);
-        delete[] wide;
-      } catch (QmMsgException* e) {
-        AddErrorTokensToStream(e, stream);
-        return;
-      }
-    }
     std::deque<XmlToken*>& tokens = stream->m_tokens;
     // Expat splits text at line ends, references and chunk ends; the pieces
-    // join the text token still at the tail (an error token is never joined).
-    if (!tokens.empty() && tokens.back()->GetType() == XT_CHARDATA) {
-      static_cast<XmlCharData*>(tokens.back())->AppendData(text.GetData(), text.GetLength());
+    // join the text token still at the tail (an error token is never
+    // joined), decoded straight onto its end.
+    XmlCharData* tail = !tokens.empty() && tokens.back()->GetType() == XT_CHARDATA
+                            ? static_cast<XmlCharData*>(tokens.back())
+                            : nullptr;
+    // The line feed that follows a tag belongs to the layout, not to the
+    // text. Only a piece starting a new token can begin with it, and a piece
+    // that continues an escape never decodes to one: the byte is skipped
+    // instead of erased from the decoded text.
+    const bool strip = !tail && !stream->m_newlineStripped && !stream->m_lastCharDataEndedWithEscape && len > 0 &&
+                       s[0] == '\n';
+    Obx_String text;
+    Obx_StdString& out = tail ? tail->m_data.Std() : text.Std();
+    try {
+      AppendDecoded(strip ? s + 1 : s, static_cast<std::size_t>(strip ? len - 1 : len),
+                    stream->m_lastCharDataEndedWithEscape, stream->m_asciiOnly, stream->m_lenientDecoding, out);
+    } catch (QmMsgException* e) {
+      AddErrorTokensToStream(e, stream);
       return;
     }
-    // The line feed that follows a tag belongs to the layout, not to the text.
-    if (text.GetLength() > 0 && text[0] == 0x0A && !stream->m_newlineStripped) {
-      text.Std().erase(0, 1);
-      stream->m_newlineStripped = 1;
-    }
+    if (tail) return;
+    if (strip) stream->m_newlineStripped = 1;
     if (text.GetLength() == 0) return;
     XmlCharData* data = new XmlCharData(std::move(text));
     stream->m_source->StoreSourceLocation(data->m_location);

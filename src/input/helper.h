@@ -39,6 +39,10 @@ class XmlHelper {
   static void StopParse(IXmlStream* stream);
   static void RaiseUnreached(void* userData);
 
+  // Reads the text at the head into a new character-data item at the end
+  // of element, as extracting it into element.AddCharData(u"") does.
+  static void ExtractCharDataItem(IXmlStream& in, XmlElement& element);
+
   static std::deque<XmlToken*>& Tokens(IXmlStream& s) { return s.m_tokens; }
   static XmlConverter* Converter(IXmlStream& s) { return s.m_converter; }
   static int& Accumulate(IXmlStream& s) { return s.m_accumulate; }

@@ -60,6 +60,16 @@ void TrimToCharacters(const char* buf, int begin, int end, int& from, int& to) {
   to = i;
 }
 
+// Whether a token is character data (or an error, which is made as such):
+// the tags the parser makes are told apart without a cast through the
+// hierarchy, which this test runs for nearly every token read.
+bool IsText(XmlToken* token) {
+  const std::type_info& type = typeid(*token);
+  if (type == typeid(XmlSTag) || type == typeid(XmlETag)) return false;
+  if (type == typeid(XmlCharData)) return true;
+  return dynamic_cast<XmlCharData*>(token) != nullptr;
+}
+
 }  // namespace
 
 IXmlStream::IXmlStream(IXmlStreamSource* source, bool asciiOnly, bool lenientDecoding) {
@@ -183,13 +193,15 @@ void IXmlStream::ReadAndParse(char* buf, unsigned int bufSize) {
 }
 
 int IXmlStream::FillTokenBuffer(char* buf, unsigned int bufSize, int accumulate) {
-  while (!m_source->eof() && !m_parseStopped) {
+  // The queue is asked first: when it already holds what the reader needs
+  // the answer is the same whether the input has ended or not.
+  for (;;) {
     const std::size_t count = m_tokens.size();
     if (count > 1) return 1;
-    if (count == 1 && !(accumulate && dynamic_cast<XmlCharData*>(m_tokens.back()))) return 1;
+    if (count == 1 && !(accumulate && IsText(m_tokens.back()))) return 1;
+    if (m_source->eof() || m_parseStopped) return count == 0 ? 0 : 1;
     ReadAndParse(buf, bufSize);
   }
-  return m_tokens.empty() ? 0 : 1;
 }
 
 int IXmlStream::Parse_More() {
