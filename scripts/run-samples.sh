@@ -11,3 +11,7 @@ set -x
 "$nxxml" check packet.xml
 "$nxxml" check --embedded fragments.xml
 "$nxxml" tokens packet.xml
+out=$(mktemp -d)
+trap 'rm -rf "$out"' EXIT
+"$nxxml" copy packet.xml -o "$out/packet.xml" --max-size 256
+"$nxxml" check --joined "$out"/packet.xml*
