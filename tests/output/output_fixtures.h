@@ -12,48 +12,27 @@
 
 #include "xmlstream.h"
 
-// What a call did: the bytes it produced, or what it raised.
-struct Outcome {
-  std::string bytes;
-  bool raised = false;
-  long id = 0;
-  std::string text;
-  std::string file;
-
-  bool operator==(const Outcome& o) const {
-    return raised == o.raised && (raised ? id == o.id && text == o.text && file == o.file : bytes == o.bytes);
-  }
-};
-
-inline std::ostream& operator<<(std::ostream& os, const Outcome& o) {
-  if (o.raised) return os << "raised " << o.id << " \"" << o.text << "\" in " << o.file;
-  return os << "bytes \"" << o.bytes << "\"";
-}
-
-// Runs f; a QmMsgException it raises is recorded and freed.
-inline Outcome Capture(const std::function<std::string()>& f) {
-  Outcome out;
+// What a call did: the bytes it returned, "!id text @unit" for the
+// QmMsgException it raised or "!full" for an XmlException, freed.
+inline std::string Capture(const std::function<std::string()>& f) {
   try {
-    out.bytes = f();
+    return f();
   } catch (QmMsgException* e) {
-    out.raised = true;
-    out.id = e->GetMessage(0).GetId();
-    out.text = e->GetText().ToUtf8();
-    out.file = e->GetFile();
+    const std::string raised =
+        "!" + std::to_string(e->GetMessage(0).GetId()) + " " + e->GetFullText().ToUtf8() + " @" + e->GetFile();
     e->Delete();
-  }
-  return out;
-}
-
-// Runs f and reports whether it raised an XmlException, freeing it.
-inline bool RaisesXmlException(const std::function<void()>& f) {
-  try {
-    f();
+    return raised;
   } catch (XmlException* e) {
     e->Delete();
-    return true;
+    return "!full";
   }
-  return false;
+}
+
+inline std::string Caught(const std::function<void()>& f) {
+  return Capture([&] {
+    f();
+    return std::string();
+  });
 }
 
 inline std::string ReadFile(const std::string& path) {
