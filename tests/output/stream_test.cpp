@@ -154,9 +154,9 @@ TEST(OXmlStreamCore, TextNumbersTagsAndTheInMemoryResult) {
   XmlElement tree(u"r");
   tree.AddCharData(u"fine");
   tree.AddSubElement(u"")->AddCharData(u"x");
-  EXPECT_EQ(Caught([&] { raw << tree; }),
+  EXPECT_EQ(Capture([&] { raw << tree; }),
             "!20001 Internal error: a condition that must hold does not. [AdIsNonEmpty(name)] @xmlcontent");
-  EXPECT_EQ(Caught([&] { raw.write(static_cast<const unsigned short*>(nullptr), 3); }),
+  EXPECT_EQ(Capture([&] { raw.write(static_cast<const unsigned short*>(nullptr), 3); }),
             "!20001 Internal error: a condition that must hold does not. [wideChars != __null] @xmlstream");
   EXPECT_EQ(raw.Str(), std::string("a\x01"));
 }
@@ -173,7 +173,7 @@ TEST(OXmlStreamCore, CallersStreamsAndAppending) {
   EXPECT_EQ(plain.str(), "p");
   std::ofstream bad;
   bad.setstate(std::ios::failbit);
-  EXPECT_EQ(Caught([&] { OXmlStream s(bad, 0); }), "!27303 The output stream is not ready for writing. @xmlstream");
+  EXPECT_EQ(Capture([&] { OXmlStream s(bad, 0); }), "!27303 The output stream is not ready for writing. @xmlstream");
 
   OXmlStream lhs(0LL);
   OXmlStream rhs(0LL);
@@ -185,9 +185,9 @@ TEST(OXmlStreamCore, CallersStreamsAndAppending) {
   rhs.GetBlob(blob);
   EXPECT_EQ(std::string(blob.GetData(), blob.GetSize()), "ab");
   OXmlStream fileBacked(NX_U16(u"/dev/null"), 0, 1);
-  EXPECT_EQ(Caught([&] { lhs << lhs; }),
+  EXPECT_EQ(Capture([&] { lhs << lhs; }),
             "!20001 Internal error: a condition that must hold does not. [&lhs != &rhs] @xmlstream");
-  EXPECT_EQ(Caught([&] { lhs << fileBacked; }),
+  EXPECT_EQ(Capture([&] { lhs << fileBacked; }),
             "!20001 Internal error: a condition that must hold does not. [rhs.GetIsStrstream()] @xmlstream");
 }
 
