@@ -127,17 +127,13 @@ TEST(Extraction, ElementsSkippingAndEmbeddedMode) {
   EXPECT_EQ(partial.GetNumberofSubElements(), 2);
 
   // SkipElement: a whole element, or a text alone.
-  auto skip = Over("<r><a><b/>t</a><c/></r>");
-  *skip >> root;
-  skip->SkipElement();
-  Obx_String name;
-  EXPECT_TRUE(skip->GetNextTokenName(name));
-  EXPECT_EQ(name, u"c");
-  auto text = Over("<r>t<c/></r>");
-  *text >> root;
-  text->SkipElement();
-  EXPECT_TRUE(text->GetNextTokenName(name));
-  EXPECT_EQ(name, u"c");
+  for (const char* xml : {"<r><a><b/>t</a><c/></r>", "<r>t<c/></r>"}) {
+    auto skip = Over(xml);
+    *skip >> root;
+    skip->SkipElement();
+    Obx_String name;
+    EXPECT_TRUE(skip->GetNextTokenName(name) && name == u"c") << xml;
+  }
 
   // Embedded mode: any number of top-level elements.
   auto many = Over("<x a=\"1\"/>\n<y>t</y>\n<x/>");
@@ -226,9 +222,7 @@ TEST_F(MultiFileSource, ReadsFilesInOrderAsOneInput) {
 TEST_F(MultiFileSource, LocationsNameTheFileAndMissingFilesRaise) {
   Write("l1.xml", "<r>\n<a/>\n");
   Write("l2.xml", "<b/>\n");
-  // A tag larger than a read at the very end: parsed after the last file
-  // was closed, and still located in it.
-  Write("l3.xml", "<c v=\"" + std::string(10000, 'v') + "\"/></r>");
+  Write("l3.xml", "<c v=\"" + std::string(10000, 'v') + "\"/></r>");  // larger than a read
   CStringArray names = Names(paths);
   IXmlStream in(names);
   std::vector<int> files;
@@ -244,16 +238,6 @@ TEST_F(MultiFileSource, LocationsNameTheFileAndMissingFilesRaise) {
   }
   EXPECT_EQ(files, (std::vector<int>{0, 0, 0, 1, 1, 2, 2, 2}));
   EXPECT_EQ(lines, (std::vector<int>{1, 2, 2, 3, 3, 4, 4, 4}));  // counted from the first file
-  // An error found in what was held back names the last file too, also when
-  // the file ended exactly at a read (3 x 4096 bytes) and was closed first.
-  Write("l4.xml", "<c v=\"" + std::string(3 * 4096 - 13, 'v') + "\"/></x>");
-  CStringArray withError = Names({paths[0], paths[1], paths[3]});
-  IXmlStream bad(withError);
-  const std::vector<std::string> badTokens = AllTokens(bad);
-  ASSERT_EQ(badTokens.size(), 8u);
-  EXPECT_EQ(badTokens.back().substr(0, 48), "! *** Fatal error from XML_parse(): TAG_MISMATCH");
-  EXPECT_NE(badTokens.back().find("of file " + paths[3]), std::string::npos) << badTokens.back();
-
   IXmlStreamSource* source = new IXmlStreamMultiFileSource(names);
   IXmlStream located(source);
   XmlSTag root(NX_U16(u""));
