@@ -43,6 +43,10 @@ class XmlHelper {
   // of element, as extracting it into element.AddCharData(u"") does.
   static void ExtractCharDataItem(IXmlStream& in, XmlElement& element);
 
+  // Parse_More when the queue does not answer: reads and parses input
+  // until it does or the input ends.
+  [[gnu::noinline]] static int ReadMore(IXmlStream& s);
+
   static std::deque<XmlToken*>& Tokens(IXmlStream& s) { return s.m_tokens; }
   static XmlConverter* Converter(IXmlStream& s) { return s.m_converter; }
   static int& Accumulate(IXmlStream& s) { return s.m_accumulate; }

@@ -2,6 +2,7 @@
 #include <unicode/utf8.h>
 
 #include <cstring>
+#include <typeinfo>
 
 #include "input/helper.h"
 #include "xmlstream.h"
@@ -63,11 +64,21 @@ void TrimToCharacters(const char* buf, int begin, int end, int& from, int& to) {
 // Whether a token is character data (or an error, which is made as such):
 // the tags the parser makes are told apart without a cast through the
 // hierarchy, which this test runs for nearly every token read.
+// The type records are compared by address: the library's own classes have
+// one record each, and comparing them by value would compare their names
+// whenever the addresses differ, which for a tag is every time. Any other
+// class is left to the cast.
 bool IsText(XmlToken* token) {
-  const std::type_info& type = typeid(*token);
-  if (type == typeid(XmlSTag) || type == typeid(XmlETag)) return false;
-  if (type == typeid(XmlCharData)) return true;
+  const std::type_info* type = &typeid(*token);
+  if (type == &typeid(XmlSTag) || type == &typeid(XmlETag)) return false;
+  if (type == &typeid(XmlCharData)) return true;
   return dynamic_cast<XmlCharData*>(token) != nullptr;
+}
+
+// Whether the queue already answers the reader, whatever is still to come.
+bool QueueAnswers(const std::deque<XmlToken*>& tokens, int accumulate) {
+  const std::size_t count = tokens.size();
+  return count > 1 || (count == 1 && !(accumulate && IsText(tokens.back())));
 }
 
 }  // namespace
@@ -196,17 +207,23 @@ int IXmlStream::FillTokenBuffer(char* buf, unsigned int bufSize, int accumulate)
   // The queue is asked first: when it already holds what the reader needs
   // the answer is the same whether the input has ended or not.
   for (;;) {
-    const std::size_t count = m_tokens.size();
-    if (count > 1) return 1;
-    if (count == 1 && !(accumulate && IsText(m_tokens.back()))) return 1;
-    if (m_source->eof() || m_parseStopped) return count == 0 ? 0 : 1;
+    if (QueueAnswers(m_tokens, accumulate)) return 1;
+    if (m_source->eof() || m_parseStopped) return m_tokens.empty() ? 0 : 1;
     ReadAndParse(buf, bufSize);
   }
 }
 
 int IXmlStream::Parse_More() {
+  // Nearly every call is answered by the queue: the input buffer (whose
+  // size makes the compiler probe the stack for it) is set up only when
+  // there is something to read.
+  if (QueueAnswers(m_tokens, m_accumulate)) return 1;
+  return XmlHelper::ReadMore(*this);
+}
+
+int XmlHelper::ReadMore(IXmlStream& s) {
   char buf[4097];
-  return FillTokenBuffer(buf, sizeof buf, m_accumulate);
+  return s.FillTokenBuffer(buf, sizeof buf, s.m_accumulate);
 }
 
 int IXmlStream::Parse_First() {
