@@ -173,32 +173,20 @@ void XmlHelper::STagHandler(void* userData, const char* name, const char** atts)
       StopParse(stream);
       return;
     }
-    XmlSTag* tag = nullptr;
-    try {
-      tag = new XmlSTag(static_cast<const unsigned short*>(nullptr));
-      DecodeName(name, stream->m_asciiOnly, stream->m_lenientDecoding, tag->m_name.Std());
+    QueueTag(stream, new XmlSTag(static_cast<const unsigned short*>(nullptr)), [&](XmlSTag& tag) {
+      DecodeName(name, stream->m_asciiOnly, stream->m_lenientDecoding, tag.m_name.Std());
       int count = 0;
       while (atts[2 * count]) ++count;
-      tag->m_attributes.Reserve(count);
+      tag.m_attributes.Reserve(count);
       for (int k = 0; atts[k]; k += 2) {
         Obx_String value;
         DecodeName(atts[k + 1], stream->m_asciiOnly, stream->m_lenientDecoding, value.Std());
         Obx_String attrName;
         DecodeName(atts[k], stream->m_asciiOnly, stream->m_lenientDecoding, attrName.Std());
         // Expat has already refused duplicate names, so every pair is new.
-        tag->m_attributes.SetAt(std::move(attrName), std::move(value));
+        tag.m_attributes.SetAt(std::move(attrName), std::move(value));
       }
-    } catch (QmMsgException* e) {
-      delete tag;
-      AddErrorTokensToStream(e, stream);
-      return;
-    } catch (...) {
-      delete tag;
-      throw;
-    }
-    stream->m_source->StoreSourceLocation(tag->m_location);
-    stream->m_tokens.push_back(tag);
-    stream->m_newlineStripped = 0;
+    });
   });
 }
 
@@ -208,21 +196,9 @@ void XmlHelper::ETagHandler(void* userData, const char* name) {
     AD_ASSERT_TEXT(stream->m_lastCharDataEndedWithEscape == false,
                    "stream->m_lastCharDataEndedWithEscape == false", kUnit);
     --stream->m_depth;
-    XmlETag* tag = nullptr;
-    try {
-      tag = new XmlETag(static_cast<const unsigned short*>(nullptr));
-      DecodeName(name, stream->m_asciiOnly, stream->m_lenientDecoding, tag->m_name.Std());
-    } catch (QmMsgException* e) {
-      delete tag;
-      AddErrorTokensToStream(e, stream);
-      return;
-    } catch (...) {
-      delete tag;
-      throw;
-    }
-    stream->m_source->StoreSourceLocation(tag->m_location);
-    stream->m_tokens.push_back(tag);
-    stream->m_newlineStripped = 0;
+    QueueTag(stream, new XmlETag(static_cast<const unsigned short*>(nullptr)), [&](XmlETag& tag) {
+      DecodeName(name, stream->m_asciiOnly, stream->m_lenientDecoding, tag.m_name.Std());
+    });
   });
 }
 

@@ -1,6 +1,8 @@
 // The expat callbacks of the input stream.
 #pragma once
 
+#include <memory>
+
 #include "xmlstream.h"
 
 class XmlHelper {
@@ -37,6 +39,22 @@ class XmlHelper {
     }
   }
   static void StopParse(IXmlStream* stream);
+  // Fills a new tag and queues it at the parser's place; a decoding error
+  // queues an error token in its stead.
+  template <class Tag, class Fill>
+  static void QueueTag(IXmlStream* stream, Tag* raw, Fill fill) {
+    std::unique_ptr<Tag> tag(raw);
+    try {
+      fill(*tag);
+    } catch (QmMsgException* e) {
+      AddErrorTokensToStream(e, stream);
+      return;
+    }
+    stream->m_source->StoreSourceLocation(tag->m_location);
+    stream->m_tokens.push_back(tag.get());
+    tag.release();
+    stream->m_newlineStripped = 0;
+  }
   static void RaiseUnreached(void* userData);
 
   // Reads the text at the head into a new character-data item at the end
