@@ -1,16 +1,6 @@
 #!/usr/bin/env bash
 # nxxml check and nxxml tokens as scripts call them: exit codes, outputs.
-set -u
-nxxml=$1
-samples=$2
-tmp=$(mktemp -d)
-trap 'rm -rf "$tmp"' EXIT
-fail=0
-expect() {  # expect NAME WANT GOT
-  if [ "$2" != "$3" ]; then
-    echo "FAIL $1"; echo "  want: $2"; echo "  got:  $3"; fail=1
-  fi
-}
+source "$(dirname "$0")/common.bash"
 
 printf '<a x="1" y="&lt;2&gt;">caf\xc3\xa9 &amp; \xe4\xb8\xad</a>' > "$tmp/good.xml"
 printf '<a><b></a>' > "$tmp/bad.xml"

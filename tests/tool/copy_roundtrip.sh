@@ -1,17 +1,7 @@
 #!/usr/bin/env bash
 # nxxml copy: what it writes reads back as the same tokens, whole or split
 # into a series of files, and a series joined is the unsplit output.
-set -u
-nxxml=$1
-samples=$2
-tmp=$(mktemp -d)
-trap 'rm -rf "$tmp"' EXIT
-fail=0
-expect() {  # expect NAME WANT GOT
-  if [ "$2" != "$3" ]; then
-    echo "FAIL $1"; echo "  want: $2"; echo "  got:  $3"; fail=1
-  fi
-}
+source "$(dirname "$0")/common.bash"
 
 # The tokens without their locations.
 tokens() { "$nxxml" tokens "$@" | jq -c 'del(.line, .column, .byte)'; }
