@@ -8,8 +8,19 @@ XmlElement* AsElement(XmlContent* item) { return dynamic_cast<XmlElement*>(item)
 // costs no more than one from the allocator (its smallest block holds
 // three pointers): a leaf's single text fits it, and a record's few fields
 // need one or two regrowths instead of four.
-void MakeRoom(std::vector<NXSmartPtr<XmlContent>>& content) {
+// Appends an item, shared: one reference more, no copy.
+template <class T>
+void Append(std::vector<NXSmartPtr<XmlContent>>& content, const NXSmartPtr<T>& item) {
   if (content.size() == content.capacity()) content.reserve(content.empty() ? 3 : 2 * content.size());
+  content.emplace_back(item);
+}
+
+// A new item appended and handed back, so the caller can fill it in place.
+template <class T>
+NXSmartPtr<T> AppendNew(std::vector<NXSmartPtr<XmlContent>>& content, T* item) {
+  NXSmartPtr<T> held(item);
+  Append(content, held);
+  return held;
 }
 XmlCharData* AsCharData(XmlContent* item) { return dynamic_cast<XmlCharData*>(item); }
 
@@ -57,52 +68,32 @@ void XmlElement::Clean() {
   m_stag.Clean();
 }
 
-void XmlElement::AddSubElement(NXSmartPtr<XmlElement>& element) {
-  MakeRoom(m_content);
-  m_content.emplace_back(element);
-}
+void XmlElement::AddSubElement(NXSmartPtr<XmlElement>& element) { Append(m_content, element); }
 
 void XmlElement::AddSubElement(const XmlElement& element) {
-  MakeRoom(m_content);
-  m_content.emplace_back(new XmlElement(element));
+  AppendNew(m_content, new XmlElement(element));
 }
 
 NXSmartPtr<XmlElement> XmlElement::AddSubElement(const Obx_String& name) {
-  NXSmartPtr<XmlElement> element(new XmlElement(name));
-  MakeRoom(m_content);
-  m_content.emplace_back(element);
-  return element;
+  return AppendNew(m_content, new XmlElement(name));
 }
 
 NXSmartPtr<XmlElement> XmlElement::AddSubElement(const unsigned short* name) {
-  NXSmartPtr<XmlElement> element(new XmlElement(name));
-  MakeRoom(m_content);
-  m_content.emplace_back(element);
-  return element;
+  return AppendNew(m_content, new XmlElement(name));
 }
 
-void XmlElement::AddCharData(NXSmartPtr<XmlCharData>& data) {
-  MakeRoom(m_content);
-  m_content.emplace_back(data);
-}
+void XmlElement::AddCharData(NXSmartPtr<XmlCharData>& data) { Append(m_content, data); }
 
 void XmlElement::AddCharData(const XmlCharData& data) {
-  MakeRoom(m_content);
-  m_content.emplace_back(new XmlCharData(data));
+  AppendNew(m_content, new XmlCharData(data));
 }
 
 NXSmartPtr<XmlCharData> XmlElement::AddCharData(const Obx_String& text) {
-  NXSmartPtr<XmlCharData> data(new XmlCharData(text));
-  MakeRoom(m_content);
-  m_content.emplace_back(data);
-  return data;
+  return AppendNew(m_content, new XmlCharData(text));
 }
 
 NXSmartPtr<XmlCharData> XmlElement::AddCharData(const unsigned short* text) {
-  NXSmartPtr<XmlCharData> data(new XmlCharData(text, -1));
-  MakeRoom(m_content);
-  m_content.emplace_back(data);
-  return data;
+  return AppendNew(m_content, new XmlCharData(text, -1));
 }
 
 NXSmartPtr<XmlCharData> XmlElement::AddTimeData(AdDateTime value) {
