@@ -36,26 +36,38 @@ class NXXML_API XmlSourceLocation {
   XmlSourceLocation() = default;
 
   void Unset() { m_set = false; }
-  void Set(int line, int column, int byteIndex) {
+  void Set(int line, int column, int byteIndex) { SetPosition(line, column, byteIndex); }
+  void Set(int line, int column, int byteIndex, int fileIndex) { SetPosition(line, column, byteIndex, fileIndex); }
+  // The same with 64-bit numbers: an input past 2 GiB (standard input, a
+  // joined series) has places that an int cannot hold. The int interfaces
+  // see them cut to 32 bits; Position and everything the library renders
+  // see them whole.
+  void SetPosition(long long line, long long column, long long byteIndex) {
     m_set = true;
     m_line = line;
     m_column = column;
     m_byteIndex = byteIndex;
     m_hasFileIndex = false;
   }
-  void Set(int line, int column, int byteIndex, int fileIndex) {
-    Set(line, column, byteIndex);
+  void SetPosition(long long line, long long column, long long byteIndex, int fileIndex) {
+    SetPosition(line, column, byteIndex);
     m_hasFileIndex = true;
     m_fileIndex = fileIndex;
   }
   bool HasBeenSet() const { return m_set; }
-  // Copies all five values out, set or not.
+  // Copies all five values out, set or not (the numbers cut to int).
   void Values(int& line, int& column, int& byteIndex, bool& hasFileIndex, int& fileIndex) const {
+    line = static_cast<int>(m_line);
+    column = static_cast<int>(m_column);
+    byteIndex = static_cast<int>(m_byteIndex);
+    hasFileIndex = m_hasFileIndex;
+    fileIndex = m_fileIndex;
+  }
+  // Line, column and byte index whole, set or not.
+  void Position(long long& line, long long& column, long long& byteIndex) const {
     line = m_line;
     column = m_column;
     byteIndex = m_byteIndex;
-    hasFileIndex = m_hasFileIndex;
-    fileIndex = m_fileIndex;
   }
   // Whether the location names a file of a multi-file input, and which.
   bool Index(int& fileIndex) const {
@@ -65,11 +77,11 @@ class NXXML_API XmlSourceLocation {
 
  private:
   bool m_set = false;
-  int m_line = 0;
-  int m_column = 0;
-  int m_byteIndex = 0;
   bool m_hasFileIndex = false;
   int m_fileIndex = 0;
+  long long m_line = 0;
+  long long m_column = 0;
+  long long m_byteIndex = 0;
 };
 
 // ---------------------------------------------------------------------------

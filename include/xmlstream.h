@@ -166,6 +166,11 @@ class NXXML_API IXmlStream {
   // enough for any real packet, shallow enough that reading, copying,
   // rendering and freeing such a tree stay far from the stack's end.
   enum { DEFAULT_MAX_ELEMENT_DEPTH = 1000 };
+  // The largest token the stream accepts: a name, attribute value or text
+  // of more UTF-16 units, or an unfinished token for which expat holds more
+  // bytes, raises message 27324 at its place and ends the parse. It keeps a
+  // hostile packet from costing more memory than a few times this size.
+  enum : long long { DEFAULT_MAX_TOKEN_SIZE = 256LL << 20 };
 
   // Each takes the two decoding flags: asciiOnly rejects non-ASCII text
   // (with strict decoding); lenientDecoding substitutes malformed UTF-8
@@ -201,8 +206,17 @@ class NXXML_API IXmlStream {
   // start-tag reader takes that off the queue without freeing it, so it
   // stays the caller's to delete once read.
   void PushXmlToken(XmlToken* token);
-  // True when no token is left.
+  // True when no token is left. An empty input is simply at its end.
   bool End();
+  // Tells expat that the input has ended, after the last token the reader
+  // wants. Reads what is left of the source first, then queues what only
+  // the end reveals: text expat held back, then an error token for an
+  // unfinished token, half a character, or elements left open (27325); in
+  // embedded mode this is the closing step. Raises that error at once when
+  // no token comes before it; returns true when tokens are left to read
+  // (the reader reads them as before, meeting the error in its place).
+  // Further calls only answer whether tokens are left.
+  bool Finish();
   // Frees the parser, the converter, the source and every queued token.
   void Close();
   // Replaces (and owns) the converter; null installs a default one.
@@ -228,6 +242,9 @@ class NXXML_API IXmlStream {
   // message 27322 at the start tag that goes too deep.
   void SetMaxElementDepth(int depth) { m_maxElementDepth = depth; }
   int GetMaxElementDepth() const { return m_maxElementDepth; }
+  // The largest token the stream accepts (see DEFAULT_MAX_TOKEN_SIZE).
+  void SetMaxTokenSize(long long size) { m_maxTokenSize = size; }
+  long long GetMaxTokenSize() const { return m_maxTokenSize; }
 
  private:
   friend class XmlHelper;
@@ -246,6 +263,13 @@ class NXXML_API IXmlStream {
   void QueueParseError(const char* buf, int n, long long start);
   // At the end of the input, has expat parse what it held back.
   void FlushHeldBack();
+  // Embedded mode's closing step as Finish takes it.
+  void CloseEmbedded();
+  // Refuses an unfinished token that has grown past the size limit.
+  void CheckHeldBack();
+  // Queues message id with "%_ARG1_%" arg and the current location as an
+  // error token, and ends the parse: nothing after it is read.
+  void RefuseAndStop(long id, long long arg);
 
   XmlConverter* m_converter = nullptr;
   void* m_parser = nullptr;  // the expat parser
@@ -265,6 +289,16 @@ class NXXML_API IXmlStream {
   std::exception_ptr m_pending;
   // Bytes given to expat so far: the index of the next chunk's first byte.
   long long m_bytesParsed = 0;
+  long long m_maxTokenSize = DEFAULT_MAX_TOKEN_SIZE;
+  // The index just past the last event expat reported: what lies between
+  // it and m_bytesParsed is held back as an unfinished token.
+  long long m_consumed = 0;
+  // Bytes of the text token at the tail of the queue, summed over pieces.
+  long long m_tailTextBytes = 0;
+  // Whether the artificial root of embedded mode is open.
+  bool m_embedded = false;
+  // Set once expat was told that the input has ended.
+  bool m_finished = false;
 };
 
 // Extraction. Each reads the head token, checks its type (and its name when

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <mutex>
 
 namespace {
 
@@ -16,10 +17,12 @@ struct ConverterCloser {
 };
 typedef std::unique_ptr<UConverter, ConverterCloser> ConverterPtr;
 
-// Opened converters by name. The library has no threads and the first use
-// must not race, as for the other tables filled on first use.
+// Opened converters by name, one set per thread: an ICU converter carries
+// state (its callbacks, a partial character) and may serve one thread only.
+// Every conversion sets the callbacks it needs, so the strict or lenient
+// choice of one call never carries over to the next.
 UConverter* CachedConverter(const std::string& name) {
-  static std::map<std::string, ConverterPtr> cache;
+  thread_local std::map<std::string, ConverterPtr> cache;
   auto it = cache.find(name);
   if (it == cache.end()) {
     UErrorCode status = U_ZERO_ERROR;
@@ -50,14 +53,21 @@ const AdCharset& AdCharset::getASCIICharset() {
 }
 
 const AdCharset& AdCharset::getDefaultCharset() {
-  // Keep one charset object per code set name seen, so the reference stays
-  // valid after the locale changes.
+  // One charset object per code set name seen, kept for the life of the
+  // process so that the reference stays valid after the locale changes.
+  // Each thread remembers the last one it was given, so the shared table
+  // (and its lock) is met only when the code set changes.
+  static std::mutex lock;
   static std::map<std::string, std::unique_ptr<AdCharset>> byCodeset;
+  thread_local const AdCharset* last = nullptr;
   const char* codeset = nl_langinfo(CODESET);
-  std::string name = codeset && *codeset ? codeset : "US-ASCII";
+  const char* name = codeset && *codeset ? codeset : "US-ASCII";
+  if (last && last->getName() == name) return *last;
+  std::lock_guard<std::mutex> guard(lock);
   auto it = byCodeset.find(name);
   if (it == byCodeset.end()) it = byCodeset.emplace(name, std::unique_ptr<AdCharset>(new AdCharset(name))).first;
-  return *it->second;
+  last = it->second.get();
+  return *last;
 }
 
 bool AdCharset::isKnown() const { return CachedConverter(m_name) != nullptr; }

@@ -19,15 +19,15 @@ const CatalogueEntry kCatalogue[] = {
     {27301, "Expected %s but found %s."},
     {27302, "An illegal token was found inside an element."},
     {27303, "The output stream is not ready for writing."},
-    {27304, "Cannot open the output file %_ARG1_%."},
+    {27304, "Cannot open the output file %_ARG1_%: %_ARG2_%."},
     {27305, "Expected the start tag <%_ARG1_%> but found <%_ARG2_%> at %_LOCATION_%."},
     {27306, "Expected the end tag </%_ARG1_%> but found </%_ARG2_%> at %_LOCATION_%."},
     {27307, "The end tag </%_ARG1_%> does not match the start tag <%_ARG2_%> at %_LOCATION_%."},
     {27308,
      "Unsupported markup (XML declaration, comment, processing instruction, CDATA section or document "
      "type declaration) at %_LOCATION_%."},
-    {27309, "Cannot open the input file %_ARG1_%."},
-    {27310, "line %d, column %d, byte %d"},
+    {27309, "Cannot open the input file %_ARG1_%: %_ARG2_%."},
+    {27310, "line %lld, column %lld, byte %lld"},
     {27311, " of file %s"},
     {27312, "The XML input is not valid."},
     {27313, ": %s at %s, near \"%s\""},
@@ -37,9 +37,12 @@ const CatalogueEntry kCatalogue[] = {
     {27317, "Text is not valid in its source encoding."},
     {27318, " raised while parsing at "},
     {27319, "Conversion to code page _CPNUM_ produced nothing (error _ERRORNUM_)."},
-    {27320, "Writing to the output file failed."},
+    {27320, "Writing to the output failed."},
     {27321, "(location not set)"},
     {27322, "Elements nest deeper than the limit of %_ARG1_% levels at %_LOCATION_%."},
+    {27323, "Cannot read the input %_ARG1_%: %_ARG2_%."},
+    {27324, "A name, attribute value or text is longer than the limit of %_ARG1_% bytes at %_LOCATION_%."},
+    {27325, "The input ends inside %_ARG1_% open element(s) at %_LOCATION_%."},
 };
 
 }  // namespace

@@ -5,22 +5,25 @@
 #include <cstdio>
 #include <cstdlib>
 #include <map>
+#include <mutex>
 #include <string>
 
 #include "nxxml_version.h"
+#include "sanitizer.h"
 #include "xmlcontent.h"
 
 const char* NxXmlGetVersion() { return NXXML_VERSION_STRING; }
 
 const char* NxXmlGetVersionInfo() {
-  static std::string info;
-  if (info.empty()) {
+  // Built by the first caller; a static's initialisation is safe when two
+  // threads make that call at once.
+  static const std::string info = [] {
     const XML_Expat_Version expat = XML_ExpatVersionInfo();
     char buf[160];
     std::snprintf(buf, sizeof buf, "libnxxmlparser %s (expat %d.%d.%d, ICU %s)", NXXML_VERSION_STRING, expat.major,
                   expat.minor, expat.micro, U_ICU_VERSION);
-    info = buf;
-  }
+    return std::string(buf);
+  }();
   return info.c_str();
 }
 
@@ -31,11 +34,7 @@ namespace {
 
 // Under the address sanitizer every token goes to the allocator, so that a
 // token used after it was freed is still caught.
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kCacheTokens = false;
-#else
-constexpr bool kCacheTokens = true;
-#endif
+constexpr bool kCacheTokens = !NXXML_ASAN;
 
 // Blocks are kept by their exact size, so a block only ever serves objects
 // of the size it was allocated for (whoever allocated it), for sizes in
@@ -129,8 +128,12 @@ void XmlToken::operator delete(void* p, const std::nothrow_t&) noexcept {
 XmlContent::~XmlContent() = default;
 
 const char* NxTypeName(const std::type_info& type) {
-  // Demangled once per type; only reached while the reference trace is on.
+  // Demangled once per type; only reached while the reference trace is on,
+  // so the lock costs nothing elsewhere. Map nodes never move, so a name
+  // handed out stays valid.
+  static std::mutex lock;
   static std::map<const std::type_info*, std::string> names;
+  std::lock_guard<std::mutex> guard(lock);
   auto it = names.find(&type);
   if (it == names.end()) {
     int status = 0;

@@ -1,5 +1,6 @@
 #include <expat.h>
 
+#include "ids.h"
 #include "input/helper.h"
 #include "xmlstream.h"
 
@@ -221,19 +222,50 @@ void IXmlStream::SkipElement() {
   }
 }
 
+namespace {
+const char kLabelBegin[] = "<queazy>";
+const char kLabelEnd[] = "</queazy>";
+}  // namespace
+
 void IXmlStream::SetEmbeddedElementMode(int on) {
-  static const char labelBegin[] = "<queazy>";
-  static const char labelEnd[] = "</queazy>";
   if (on) {
     // An artificial root goes to expat ahead of the source, so the source
     // may hold any number of top-level elements; its tag is then dropped.
-    ParseBytes(labelBegin, 8, 0);
+    ParseBytes(kLabelBegin, 8, 0);
+    m_embedded = true;
     XmlSTag root(static_cast<const unsigned short*>(nullptr));
     *this >> root;
   } else {
-    // The only place where expat is told that the input has ended.
-    ParseBytes(labelEnd, 9, 1);
+    if (m_finished) return;
+    m_finished = true;
+    m_embedded = false;
+    // Expat is told here that the input has ended; what that reveals (a cut
+    // last element) is raised by the read below, at its place.
+    const long long start = m_bytesParsed;
+    if (!ParseBytes(kLabelEnd, 9, 1) && !m_parseStopped) QueueParseError(kLabelEnd, 9, start);
+    m_parseStopped = true;
     XmlETag root(static_cast<const unsigned short*>(nullptr));
     *this >> root;
+  }
+}
+
+void IXmlStream::CloseEmbedded() {
+  m_embedded = false;
+  // An element left open would only meet the artificial end tag: say what
+  // it is instead of reporting a mismatch with a tag the input never had.
+  if (m_depth > 1) {
+    RefuseAndStop(nxmsg::kEndsInsideMsgId, m_depth - 1);
+    return;
+  }
+  // A failure here lies in what the input left unfinished, never in the
+  // artificial end tag: no excerpt of that tag is shown.
+  if (!ParseBytes(kLabelEnd, 9, 1)) {
+    if (!m_parseStopped) QueueParseError(nullptr, 0, m_bytesParsed);
+    return;
+  }
+  // The artificial end tag is the last token; the reader never sees it.
+  if (!m_tokens.empty() && m_tokens.back()->GetType() == XT_ETAG) {
+    delete m_tokens.back();
+    m_tokens.pop_back();
   }
 }

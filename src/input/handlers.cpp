@@ -8,6 +8,8 @@
 #include <cstring>
 
 #include "convert/convert_private.h"
+#include "ids.h"
+#include "sanitizer.h"
 #include "input/helper.h"
 
 namespace {
@@ -107,7 +109,7 @@ void AppendDecoded(const char* s, std::size_t n, bool& escape, bool asciiOnly, b
 // rather than pages, is given the byte loop.
 std::size_t WidenAsciiToZero(const char* s, unsigned short* d, std::size_t room) {
   std::size_t k = 0;
-#if defined(__SSE2__) && !defined(__SANITIZE_ADDRESS__)
+#if defined(__SSE2__) && !NXXML_ASAN
   for (; k < room && (reinterpret_cast<std::uintptr_t>(s + k) & 15) != 0; ++k) {
     const unsigned char c = static_cast<unsigned char>(s[k]);
     if (c == 0 || c >= 0x80) return k;
@@ -151,6 +153,13 @@ void DecodeName(const char* s, bool asciiOnly, bool lenient, Obx_StdString& out)
   out.resize(ascii + Obx_StdString::traits_type::length(out.c_str() + ascii));
 }
 
+// Notes that expat has consumed the input up to the end of the event it
+// reports: the bytes past that are an unfinished token it holds.
+void NoteEvent(IXmlStream* stream, XML_Parser parser) {
+  XmlHelper::Consumed(*stream) =
+      static_cast<long long>(XML_GetCurrentByteIndex(parser)) + XML_GetCurrentByteCount(parser);
+}
+
 }  // namespace
 
 void XmlHelper::StopParse(IXmlStream* stream) {
@@ -163,18 +172,18 @@ void XmlHelper::STagHandler(void* userData, const char* name, const char** atts)
   Guarded(stream, [&] {
     AD_ASSERT_TEXT(stream->m_lastCharDataEndedWithEscape == false,
                    "stream->m_lastCharDataEndedWithEscape == false", kUnit);
+    NoteEvent(stream, static_cast<XML_Parser>(stream->m_parser));
     if (++stream->m_depth > stream->m_maxElementDepth) {
       // Too deep to read safely: the reader meets the refusal at this tag,
       // and nothing after it is parsed, so a hostile nesting costs no memory.
-      QmMessage message(27322);
-      message.SetParam("%_ARG1_%", AdStr(stream->m_maxElementDepth));
-      message.SetParam("%_LOCATION_%", stream->RenderCurrentLocation());
-      stream->m_tokens.push_back(new XmlError(message.FullMsg()));
-      StopParse(stream);
+      stream->RefuseAndStop(27322, stream->m_maxElementDepth);
       return;
     }
+    const std::size_t limit = static_cast<std::size_t>(stream->m_maxTokenSize);
+    bool tooLong = false;
     QueueTag(stream, new XmlSTag(static_cast<const unsigned short*>(nullptr)), [&](XmlSTag& tag) {
       DecodeName(name, stream->m_asciiOnly, stream->m_lenientDecoding, tag.m_name.Std());
+      if ((tooLong = tag.m_name.Std().size() > limit)) return;
       int count = 0;
       while (atts[2 * count]) ++count;
       tag.m_attributes.Reserve(count);
@@ -183,10 +192,16 @@ void XmlHelper::STagHandler(void* userData, const char* name, const char** atts)
         DecodeName(atts[k + 1], stream->m_asciiOnly, stream->m_lenientDecoding, value.Std());
         Obx_String attrName;
         DecodeName(atts[k], stream->m_asciiOnly, stream->m_lenientDecoding, attrName.Std());
+        if ((tooLong = value.Std().size() > limit || attrName.Std().size() > limit)) return;
         // Expat has already refused duplicate names, so every pair is new.
         tag.m_attributes.SetAt(std::move(attrName), std::move(value));
       }
     });
+    if (tooLong) {
+      delete stream->m_tokens.back();
+      stream->m_tokens.pop_back();
+      stream->RefuseAndStop(nxmsg::kTokenTooLongMsgId, stream->m_maxTokenSize);
+    }
   });
 }
 
@@ -195,6 +210,7 @@ void XmlHelper::ETagHandler(void* userData, const char* name) {
   Guarded(stream, [&] {
     AD_ASSERT_TEXT(stream->m_lastCharDataEndedWithEscape == false,
                    "stream->m_lastCharDataEndedWithEscape == false", kUnit);
+    NoteEvent(stream, static_cast<XML_Parser>(stream->m_parser));
     --stream->m_depth;
     QueueTag(stream, new XmlETag(static_cast<const unsigned short*>(nullptr)), [&](XmlETag& tag) {
       DecodeName(name, stream->m_asciiOnly, stream->m_lenientDecoding, tag.m_name.Std());
@@ -205,6 +221,7 @@ void XmlHelper::ETagHandler(void* userData, const char* name) {
 void XmlHelper::CharDataHandler(void* userData, const char* s, int len) {
   IXmlStream* stream = StreamOf(userData);
   Guarded(stream, [&] {
+    NoteEvent(stream, static_cast<XML_Parser>(stream->m_parser));
     std::deque<XmlToken*>& tokens = stream->m_tokens;
     // Expat splits text at line ends, references and chunk ends; the pieces
     // join the text token still at the tail (an error token is never
@@ -227,6 +244,12 @@ void XmlHelper::CharDataHandler(void* userData, const char* s, int len) {
       AddErrorTokensToStream(e, stream);
       return;
     }
+    // A text is measured in the bytes of its pieces, summed while it grows.
+    stream->m_tailTextBytes = (tail ? stream->m_tailTextBytes : 0) + len;
+    if (stream->m_tailTextBytes > stream->m_maxTokenSize) {
+      stream->RefuseAndStop(nxmsg::kTokenTooLongMsgId, stream->m_maxTokenSize);
+      return;
+    }
     if (tail) return;
     if (strip) stream->m_newlineStripped = 1;
     if (text.GetLength() == 0) return;
@@ -239,6 +262,7 @@ void XmlHelper::CharDataHandler(void* userData, const char* s, int len) {
 void XmlHelper::DefaultHandler(void* userData, const char* s, int len) {
   IXmlStream* stream = StreamOf(userData);
   Guarded(stream, [&] {
+    NoteEvent(stream, static_cast<XML_Parser>(stream->m_parser));
     // Line breaks between elements are layout; anything else reaching this
     // handler (declaration, comment, processing instruction) is refused.
     if (len > 0 && (s[0] == '\r' || s[0] == '\n')) return;

@@ -68,6 +68,7 @@ class XmlHelper {
   static std::deque<XmlToken*>& Tokens(IXmlStream& s) { return s.m_tokens; }
   static XmlConverter* Converter(IXmlStream& s) { return s.m_converter; }
   static int& Accumulate(IXmlStream& s) { return s.m_accumulate; }
+  static long long& Consumed(IXmlStream& s) { return s.m_consumed; }
   static int ParseBytes(IXmlStream& s, const char* data, int length, int isFinal) {
     return s.ParseBytes(data, length, isFinal);
   }

@@ -2,8 +2,10 @@
 #include <unicode/utf8.h>
 
 #include <cstring>
+#include <memory>
 #include <typeinfo>
 
+#include "ids.h"
 #include "input/helper.h"
 #include "xmlstream.h"
 
@@ -100,14 +102,24 @@ IXmlStream::IXmlStream(CStringArray& fileNames, bool asciiOnly, bool lenientDeco
 }
 
 void IXmlStream::Init(IXmlStreamSource* source, bool asciiOnly, bool lenientDecoding) {
-  m_converter = new XmlConverter;
+  // A constructor that raises never runs the destructor: what is owned so
+  // far is freed here, the source included, since the stream took it.
+  std::unique_ptr<IXmlStreamSource> ownedSource(source);
+  std::unique_ptr<XmlConverter> converter(new XmlConverter);
   m_accumulate = 0;
-  m_source = source;
   m_newlineStripped = 0;
   m_lastCharDataEndedWithEscape = false;
   m_asciiOnly = asciiOnly;
   m_lenientDecoding = lenientDecoding;
-  BuildParser();
+  m_source = ownedSource.get();
+  try {
+    BuildParser();
+  } catch (...) {
+    m_source = nullptr;
+    throw;
+  }
+  m_converter = converter.release();
+  ownedSource.release();
 }
 
 IXmlStream::~IXmlStream() { Close(); }
@@ -145,7 +157,9 @@ void IXmlStream::FlushHeldBack() {
   // input has come, which keeps huge tokens linear to parse. At the end of
   // the input nothing more will come: let it parse what it holds, without
   // telling it that the input has ended.
-  if (m_heldBackFlushed || m_parseStopped || !m_parser) return;
+  // Before the first byte expat has no buffer to parse again, and nothing
+  // to hold back.
+  if (m_heldBackFlushed || m_parseStopped || !m_parser || m_bytesParsed == 0) return;
   m_heldBackFlushed = true;
   XML_Parser parser = Parser(m_parser);
   XML_SetReparseDeferralEnabled(parser, XML_FALSE);
@@ -200,7 +214,40 @@ void IXmlStream::ReadAndParse(char* buf, unsigned int bufSize) {
     if (!m_parseStopped) QueueParseError(buf, static_cast<int>(n), start);
     return;
   }
+  CheckHeldBack();
   if (m_source->eof()) FlushHeldBack();
+}
+
+void IXmlStream::CheckHeldBack() {
+  if (m_parseStopped || m_bytesParsed - m_consumed <= m_maxTokenSize) return;
+#ifdef NXXML_HAVE_REPARSE_DEFERRAL
+  // Deferral may hold finished tokens behind an unfinished one: have expat
+  // parse what it holds before judging what is left.
+  XML_Parser parser = Parser(m_parser);
+  XML_SetReparseDeferralEnabled(parser, XML_FALSE);
+  const XML_Status status = XML_ParseBuffer(parser, 0, XML_FALSE);
+  if (!m_heldBackFlushed) XML_SetReparseDeferralEnabled(parser, XML_TRUE);
+  RethrowPending();
+  if (status == XML_STATUS_ERROR) {
+    if (!m_parseStopped) QueueParseError(nullptr, 0, m_bytesParsed);
+    return;
+  }
+  if (m_parseStopped || m_bytesParsed - m_consumed <= m_maxTokenSize) return;
+#endif
+  RefuseAndStop(nxmsg::kTokenTooLongMsgId, m_maxTokenSize);
+}
+
+void IXmlStream::RefuseAndStop(long id, long long arg) {
+  QmMessage message(id);
+  message.SetParam("%_ARG1_%", AdStr(arg));
+  message.SetParam("%_LOCATION_%", RenderCurrentLocation());
+  m_tokens.push_back(new XmlError(message.FullMsg()));
+  m_parseStopped = true;
+  // Called from a handler, this stops expat inside XML_Parse; between two
+  // calls, the flag alone keeps any further byte from it.
+  XML_ParsingStatus status;
+  XML_GetParsingStatus(Parser(m_parser), &status);
+  if (status.parsing == XML_PARSING) XML_StopParser(Parser(m_parser), XML_FALSE);
 }
 
 int IXmlStream::FillTokenBuffer(char* buf, unsigned int bufSize, int accumulate) {
@@ -228,6 +275,18 @@ int XmlHelper::ReadMore(IXmlStream& s) {
 
 int IXmlStream::Parse_First() {
   char buf[2];
+#ifdef NXXML_HAVE_REPARSE_DEFERRAL
+  // Fed one byte at a time, expat would defer a partial token until its
+  // buffer doubled, and so read past the first token's end.
+  XML_Parser parser = Parser(m_parser);
+  XML_SetReparseDeferralEnabled(parser, XML_FALSE);
+  struct Restore {
+    IXmlStream& s;
+    ~Restore() {
+      if (s.m_parser && !s.m_heldBackFlushed) XML_SetReparseDeferralEnabled(Parser(s.m_parser), XML_TRUE);
+    }
+  } restore{*this};
+#endif
   return FillTokenBuffer(buf, sizeof buf, 0);
 }
 
@@ -256,6 +315,36 @@ int IXmlStream::SkipToken() {
 void IXmlStream::PushXmlToken(XmlToken* token) { m_tokens.push_front(token); }
 
 bool IXmlStream::End() { return !Parse_More(); }
+
+bool IXmlStream::Finish() {
+  if (!m_finished && m_parser && m_source) {
+    m_finished = true;
+    XML_Parser parser = Parser(m_parser);
+    // What the reader left unread is judged too, up to the first error.
+    {
+      char buf[4097];
+      while (!m_parseStopped && !m_source->eof() && XML_GetErrorCode(parser) == XML_ERROR_NONE)
+        ReadAndParse(buf, sizeof buf);
+    }
+    if (!m_parseStopped && XML_GetErrorCode(parser) == XML_ERROR_NONE) {
+      if (m_embedded) {
+        CloseEmbedded();
+      } else if (!ParseBytes("", 0, 1) && !m_parseStopped) {
+        // No element at all is for the reader to judge: an empty input is
+        // just an input at its end.
+        if (XML_GetErrorCode(parser) != XML_ERROR_NO_ELEMENTS)
+          QueueParseError(nullptr, 0, m_bytesParsed);
+        else if (m_depth > 0)
+          RefuseAndStop(nxmsg::kEndsInsideMsgId, m_depth);
+      }
+    }
+    // Nothing more is read, whatever happened.
+    m_parseStopped = true;
+  }
+  if (m_tokens.empty()) return false;
+  XmlHelper::NeedTokenType(Head(), XT_ILLEGAL);
+  return true;
+}
 
 void IXmlStream::Close() {
   if (m_parser) {

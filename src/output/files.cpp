@@ -1,6 +1,8 @@
 // Size-limited output: the series of files N, N_2, N_3... cut at a byte
 // limit, and the limit of in-memory and caller's streams.
+#include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 
 #include "xmlstream.h"
@@ -9,7 +11,7 @@ namespace {
 
 const char* const kUnit = "xmlstream";
 
-const long kCannotOpenMsgId = 27304;  // the first file of a series cannot be opened
+const long kCannotOpenMsgId = 27304;  // the first file of a series cannot be opened: %_ARG1_% name, %_ARG2_% reason
 
 // The name of file k of the series: the base name itself, then base_k.
 Obx_String SeriesFileName(const Obx_String& base, unsigned int k) {
@@ -26,10 +28,13 @@ std::ofstream* OpenForOutput(const Obx_String& name) {
 
 OXmlStream::OXmlStream(const unsigned short* fileName, long long maxSize, int maxFiles)
     : m_isStrstream(0), m_fileName(fileName), m_maxSize(maxSize), m_maxFiles(static_cast<unsigned int>(maxFiles)) {
+  errno = 0;
   std::unique_ptr<std::ofstream> file(OpenForOutput(m_fileName));
   if (!file->good()) {
+    const int reason = errno;
     QmMessage message(kCannotOpenMsgId);
     message.SetParam("%_ARG1_%", m_fileName);
+    message.SetParam("%_ARG2_%", Obx_String::FromUtf8(reason ? std::strerror(reason) : "unknown reason"));
     AdThrowMsgExcept(message, "", kUnit, __LINE__);
   }
   m_fileCount = 1;

@@ -1,11 +1,36 @@
 #include <expat.h>
 
+#include <cerrno>
+#include <cstring>
+
+#include "ids.h"
 #include "sources/location.h"
 #include "xmlstream.h"
 
 namespace {
 const char* const kUnit = "xmlstream";
+
+// Reads n bytes from in. A stream that delivers nothing without reaching
+// its end has failed (a directory, an I/O error, a stream that was never
+// opened): that is raised with the system's reason, since the caller would
+// otherwise take it for the end of the input or wait for bytes that never come.
+long ReadOrRaise(std::istream& in, char* buf, long n, const Obx_String& name) {
+  errno = 0;
+  in.read(buf, n);
+  const long got = static_cast<long>(in.gcount());
+  if (got == 0 && n > 0 && !in.eof()) {
+    const int reason = errno;
+    QmMessage message(nxmsg::kCannotReadMsgId);
+    message.SetParam("%_ARG1_%", name);
+    message.SetParam("%_ARG2_%", Obx_String::FromUtf8(reason ? std::strerror(reason) : "the stream is not readable"));
+    AdThrowMsgExcept(message, "", kUnit, __LINE__);
+  }
+  return got;
 }
+
+Obx_String CallersStreamName() { return Obx_String::FromUtf8("(the caller's stream)"); }
+
+}  // namespace
 
 Obx_String RenderSrcLocGeneral(const XmlSourceLocation& loc, bool, const Obx_String& label, const Obx_String& name) {
   if (!loc.HasBeenSet()) {
@@ -14,9 +39,8 @@ Obx_String RenderSrcLocGeneral(const XmlSourceLocation& loc, bool, const Obx_Str
     Obx_String unused;
     unused.LoadString(27321);
   }
-  int line = 0, column = 0, byteIndex = 0, fileIndex = 0;
-  bool hasFileIndex = false;
-  loc.Values(line, column, byteIndex, hasFileIndex, fileIndex);
+  long long line = 0, column = 0, byteIndex = 0;
+  loc.Position(line, column, byteIndex);
   Obx_String format;
   format.LoadString(27310);
   format.Append(label);
@@ -37,30 +61,28 @@ void IXmlStreamSource::StoreSourceLocation(XmlSourceLocation& loc) const {
     loc.Unset();
     return;
   }
-  loc.Set(static_cast<int>(XML_GetCurrentLineNumber(parser)), static_cast<int>(XML_GetCurrentColumnNumber(parser)),
-          static_cast<int>(XML_GetCurrentByteIndex(parser)));
+  loc.SetPosition(static_cast<long long>(XML_GetCurrentLineNumber(parser)),
+                  static_cast<long long>(XML_GetCurrentColumnNumber(parser)),
+                  static_cast<long long>(XML_GetCurrentByteIndex(parser)));
 }
 
 Obx_String IXmlStreamSource::RenderSourceLocation(const XmlSourceLocation& loc) const {
   return RenderSrcLocGeneral(loc, false, Obx_String(), Obx_String());
 }
 
-// File and string sources report only the end-of-file bit: a stream that
-// failed otherwise reads as 0 bytes and is left to the stream's check.
+
 bool IXmlStreamFileSource::eof() { return !m_stream || m_stream->eof(); }
 
 long IXmlStreamFileSource::read(char* buf, long n) {
   if (!m_stream) return 0;
-  m_stream->read(buf, n);
-  return static_cast<long>(m_stream->gcount());
+  return ReadOrRaise(*m_stream, buf, n, CallersStreamName());
 }
 
 bool IXmlStreamStringSource::eof() { return !m_stream || m_stream->eof(); }
 
 long IXmlStreamStringSource::read(char* buf, long n) {
   if (!m_stream) return 0;
-  m_stream->read(buf, n);
-  return static_cast<long>(m_stream->gcount());
+  return ReadOrRaise(*m_stream, buf, n, CallersStreamName());
 }
 
 IXmlStreamSource* XmlStringSourceFactory(std::istringstream& in) { return new IXmlStreamStringSource(in); }
@@ -72,10 +94,8 @@ IXmlStreamMultiFileSource::IXmlStreamMultiFileSource(CStringArray& fileNames) {
 IXmlStreamMultiFileSource::~IXmlStreamMultiFileSource() { delete m_currentFile; }
 
 long IXmlStreamMultiFileSource::readInternal(char* buf, long n) {
-  if (m_currentFile && !m_currentFile->eof()) {
-    m_currentFile->read(buf, n);
-    return static_cast<long>(m_currentFile->gcount());
-  }
+  if (m_currentFile && !m_currentFile->eof())
+    return ReadOrRaise(*m_currentFile, buf, n, m_fileNames.GetAt(m_filesOpened - 1));
   if (m_currentFile) {
     m_currentFile->close();
     delete m_currentFile;
@@ -83,16 +103,18 @@ long IXmlStreamMultiFileSource::readInternal(char* buf, long n) {
   }
   if (m_filesOpened < m_fileNames.GetSize()) {
     const Obx_String& name = m_fileNames.GetAt(m_filesOpened++);
+    errno = 0;
     m_currentFile = new std::ifstream(MbcsFileName(name).getData(), std::ios::in | std::ios::binary);
     if (!m_currentFile->good()) {
+      const int reason = errno;
       delete m_currentFile;
       m_currentFile = nullptr;
-      QmMessage message(27309);
+      QmMessage message(nxmsg::kCannotOpenMsgId);
       message.SetParam("%_ARG1_%", name);
+      message.SetParam("%_ARG2_%", Obx_String::FromUtf8(reason ? std::strerror(reason) : "unknown reason"));
       AdThrowMsgExcept(message, "", kUnit, __LINE__);
     }
-    m_currentFile->read(buf, n);
-    return static_cast<long>(m_currentFile->gcount());
+    return ReadOrRaise(*m_currentFile, buf, n, name);
   }
   return 0;
 }
@@ -120,9 +142,9 @@ void IXmlStreamMultiFileSource::StoreSourceLocation(XmlSourceLocation& loc) cons
     loc.Unset();
     return;
   }
-  loc.Set(static_cast<int>(XML_GetCurrentLineNumber(parser)) - m_lineBase,
-          static_cast<int>(XML_GetCurrentColumnNumber(parser)) - m_columnBase,
-          static_cast<int>(XML_GetCurrentByteIndex(parser)) - m_byteBase, m_filesOpened - 1);
+  loc.SetPosition(static_cast<long long>(XML_GetCurrentLineNumber(parser)) - m_lineBase,
+                  static_cast<long long>(XML_GetCurrentColumnNumber(parser)) - m_columnBase,
+                  static_cast<long long>(XML_GetCurrentByteIndex(parser)) - m_byteBase, m_filesOpened - 1);
 }
 
 Obx_String IXmlStreamMultiFileSource::RenderSourceLocation(const XmlSourceLocation& loc) const {

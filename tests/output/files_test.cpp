@@ -118,9 +118,9 @@ TEST_F(SeriesTest, LimitsOfMemoryAndCallersStreams) {
 }
 
 TEST_F(SeriesTest, OpenAndWriteFailures) {
-  const std::string kWriteFailed = "!27320 Writing to the output file failed. @xmlstream";
+  const std::string kWriteFailed = "!27320 Writing to the output failed. @xmlstream";
   EXPECT_EQ(Capture([&] { OXmlStream out(Wide("missing/N"), 10, 1); }),
-            "!27304 Cannot open the output file " + Path("missing/N") + ". @xmlstream");
+            "!27304 Cannot open the output file " + Path("missing/N") + ": No such file or directory. @xmlstream");
 
   // The folder of the series goes away: the next file cannot be opened, and
   // the first write into it fails; the file is counted all the same.

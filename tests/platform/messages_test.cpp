@@ -49,9 +49,10 @@ TEST(QmMsgException, ThrownByPointerWithTextFileAndLine) {
   try {
     QmMessage m(27309);
     m.SetParam("%_ARG1_%", Obx_String(u"in.xml"));
+    m.SetParam("%_ARG2_%", Obx_String(u"No such file or directory"));
     AdThrowMsgExcept(m, "", "xmlstream", 7);
   } catch (QmMsgException* e) {
-    EXPECT_EQ(e->GetFullText(), u"Cannot open the input file in.xml.");
+    EXPECT_EQ(e->GetFullText(), u"Cannot open the input file in.xml: No such file or directory.");
     EXPECT_EQ(e->GetLine(), 7);
     e->Delete();
   }

@@ -105,6 +105,6 @@ for bad in "--max-size 1X" "--max-size 2G" "--max-size K" "--max-files 2" "--all
   expect "usage: $bad" "2" "$rc"
 done
 "$nxxml" copy "$samples/packet.xml" -o "$tmp/nowhere/out" >/dev/null 2>"$tmp/err"; rc=$?
-expect "cannot open output" "1|nxxml copy: Cannot open the output file $tmp/nowhere/out." "$rc|$(cat "$tmp/err")"
+expect "cannot open output" "1|nxxml copy: Cannot open the output file $tmp/nowhere/out: No such file or directory." "$rc|$(cat "$tmp/err")"
 
 exit $fail

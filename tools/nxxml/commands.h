@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -11,11 +12,27 @@
 
 enum { kExitOk = 0, kExitBad = 1, kExitUsage = 2 };
 
+// Catalogue ids the tool tells apart: an input that cannot be opened or read.
+enum : long { kCannotOpenMsgId = 27309, kCannotReadMsgId = 27323 };
+
+// An input the tool itself could not open or read.
+struct InputError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+// The system's text for an errno value.
+std::string Reason(int error);
+// A byte count with an optional K, M or G (powers of 1024), below 2G.
+bool ParseSize(const std::string& text, long long& size);
+
 // The input options every reading command takes.
 struct InputOptions {
   bool embedded = false;
   bool lenient = false;
   bool joined = false;
+  long long maxTokenSize = IXmlStream::DEFAULT_MAX_TOKEN_SIZE;
+  // Whether an input without any element is an error (not for tokens,
+  // which just has nothing to print).
+  bool requireElement = true;
   std::vector<std::string> files;
 };
 void AddInputOptions(CLI::App& command, InputOptions& options);
@@ -26,20 +43,25 @@ struct Input {
   std::string label;
   std::vector<std::string> files;
 };
-// The inputs named by the options, each checked to open. On a file that
-// cannot be opened, prints why and returns false.
+// The inputs named by the options; false (and why, printed) for a usage error.
 bool ResolveInputs(const InputOptions& options, std::vector<Input>& inputs);
-// A stream over the input, in embedded mode if asked.
+// A stream over the input; raises InputError when the file cannot be
+// opened or is a folder.
 std::unique_ptr<IXmlStream> OpenInput(const Input& input, const InputOptions& options,
                                       std::unique_ptr<std::ifstream>& keepAlive);
 
-// Reads tokens to the end of the input and checks that every element was
-// closed; calls onToken for each. Returns an empty string when the input is
-// good, else the full text of the error.
+// Reads tokens to the end of the input (in embedded mode if asked), has the
+// stream judge the end, and checks that every element was closed; calls
+// onToken for each. Returns an empty string when the input is good, else
+// the full text of the error.
 std::string ReadAllTokens(IXmlStream& stream, const InputOptions& options,
                           const std::function<void(const XmlToken&)>& onToken);
 // The full text of a message exception; frees it.
 std::string DescribeAndDelete(QmMsgException* e);
+// What to say of an input that ends inside the element tag opened.
+std::string UnclosedElement(const XmlSTag& tag);
+// Flushes standard output; true, with the reason in error, when writing it failed.
+bool StandardOutputFailed(std::string& error);
 
 // nxxml copy: the inputs' tokens to standard output or to a file series.
 struct CopyOptions {
@@ -48,14 +70,22 @@ struct CopyOptions {
   std::string maxSize;
   int maxFiles = 0;
   bool allowOverflow = false;
+  bool force = false;
 };
 void AddCopyOptions(CLI::App& command, CopyOptions& options);
+// Makes ready to write the series OUT, OUT_2, ...: refuses (printing why,
+// as command) when an input is one of its files, or when files of an
+// earlier series exist, unless force, which removes the old series
+// (OUT and the unbroken run OUT_2, OUT_3, ...). False: exit 2.
+bool PrepareSeries(const std::string& out, bool force, const std::vector<std::string>& inputs,
+                   const std::string& command);
 
-// Reads every input to its end, calling onToken for each token; prints
-// "LABEL: ok" for a good input when reportOk, "LABEL: error" on standard
-// error for a bad one. Returns the exit status.
+// Reads every input in turn to its end, calling onToken for each token;
+// prints "LABEL: ok" for a good input when reportOk, "LABEL: error" on
+// standard error for a bad one. Returns the worst status: 1 for a bad
+// input, 2 for one that cannot be opened or read.
 int ReadEachInput(const InputOptions& options, const std::function<void(const XmlToken&)>& onToken, bool reportOk);
 
 int RunCheck(const InputOptions& options);
 int RunCopy(const CopyOptions& options);
-int RunTokens(const InputOptions& options);
+int RunTokens(InputOptions options);

@@ -1,32 +1,14 @@
 #include <sys/stat.h>
 
-#include <cctype>
+#include <filesystem>
 #include <iostream>
+#include <system_error>
 
 #include "commands.h"
 
-namespace {
+namespace fs = std::filesystem;
 
-// A byte count with an optional K, M or G (powers of 1024). Limits are taken
-// on 32 bits by the stream, so they must stay below 2 GiB.
-bool ParseSize(const std::string& text, long long& size) {
-  const long long limit = 1LL << 31;
-  std::size_t i = 0;
-  long long value = 0;
-  while (i < text.size() && std::isdigit(static_cast<unsigned char>(text[i]))) {
-    value = value * 10 + (text[i++] - '0');
-    if (value >= limit) return false;
-  }
-  if (i == 0) return false;
-  if (i < text.size()) {
-    const char suffix = static_cast<char>(std::toupper(static_cast<unsigned char>(text[i++])));
-    const int shift = suffix == 'K' ? 10 : suffix == 'M' ? 20 : suffix == 'G' ? 30 : -1;
-    if (shift < 0 || i != text.size() || value >= (limit >> shift)) return false;
-    value <<= shift;
-  }
-  size = value;
-  return true;
-}
+namespace {
 
 bool SameFile(const std::string& a, const std::string& b) {
   struct stat sa, sb;
@@ -34,34 +16,120 @@ bool SameFile(const std::string& a, const std::string& b) {
          sa.st_ino == sb.st_ino;
 }
 
+// The number k when name is base_k with k >= 2, else 0.
+unsigned long SeriesIndex(const std::string& name, const std::string& base) {
+  if (name.size() <= base.size() + 1 || name.compare(0, base.size(), base) != 0 || name[base.size()] != '_') return 0;
+  const std::string digits = name.substr(base.size() + 1);
+  if (digits.size() > 9 || digits[0] == '0' || digits.find_first_not_of("0123456789") != std::string::npos) return 0;
+  const unsigned long k = std::stoul(digits);
+  return k >= 2 ? k : 0;
+}
+
+// The files of an earlier series OUT, OUT_2, OUT_3, ... that exist, in the
+// order of their numbers (OUT first when it exists).
+std::vector<std::pair<unsigned long, std::string>> ExistingSeries(const std::string& out) {
+  std::vector<std::pair<unsigned long, std::string>> found;
+  const fs::path path(out);
+  std::error_code ec;
+  if (fs::exists(fs::symlink_status(path, ec))) found.emplace_back(1, out);
+  const fs::path folder = path.has_parent_path() ? path.parent_path() : fs::path(".");
+  const std::string base = path.filename().string();
+  for (fs::directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec)) {
+    const unsigned long k = SeriesIndex(it->path().filename().string(), base);
+    if (k) found.emplace_back(k, out + "_" + std::to_string(k));
+  }
+  std::sort(found.begin(), found.end());
+  return found;
+}
+
 // Copies one input to out, token by token, checking as the other commands
 // do that every element is closed. Counts the tokens copied; returns the
 // error, or an empty string.
-std::string CopyInput(const Input& input, const InputOptions& options, OXmlStream& out, long long& tokens) {
+std::string CopyInput(const Input& input, const InputOptions& options, OXmlStream& out, bool toStandardOutput,
+                      long long& tokens) {
   std::unique_ptr<std::ifstream> file;
   std::unique_ptr<IXmlStream> in = OpenInput(input, options, file);
+  in->SetMaxTokenSize(options.maxTokenSize);
   std::vector<Obx_String> open;
   int elements = 0;
-  for (;;) {
-    const XmlToken_t type = in->GetNextTokenType();
-    if (type == XT_EOF) break;
-    Obx_String name;
-    if (type == XT_STAG && in->GetNextTokenName(name)) {
-      open.push_back(name);
-      ++elements;
-    } else if (type == XT_ETAG && !open.empty()) {
-      open.pop_back();
-    }
-    *in >> out;
-    ++tokens;
+  bool finishing = false;
+  try {
+    if (options.embedded) in->SetEmbeddedElementMode(1);
+    // Finish may hand out text that expat held back until the end.
+    do {
+      for (;;) {
+        const XmlToken_t type = in->GetNextTokenType();
+        if (type == XT_EOF) break;
+        Obx_String name;
+        if (type == XT_STAG && in->GetNextTokenName(name)) {
+          open.push_back(name);
+          ++elements;
+        } else if (type == XT_ETAG && !open.empty()) {
+          open.pop_back();
+        }
+        *in >> out;
+        ++tokens;
+        // A full disk shows on standard output only as a failed stream:
+        // stop at once rather than copy into the void.
+        if (toStandardOutput && !std::cout) return "writing standard output failed";
+      }
+    } while ((finishing = true, in->Finish()));
+  } catch (QmMsgException* e) {
+    // What the end reveals inside an open element is said best as the
+    // element the input ends in.
+    if (open.empty() || !finishing) throw;
+    e->Delete();
   }
-  if (options.embedded) in->SetEmbeddedElementMode(0);
   if (!open.empty()) return "the input ends inside the element <" + open.back().ToUtf8() + ">";
   if (elements == 0 && !options.embedded) return "the input holds no element";
   return std::string();
 }
 
 }  // namespace
+
+bool PrepareSeries(const std::string& out, bool force, const std::vector<std::string>& inputs,
+                   const std::string& command) {
+  const auto existing = ExistingSeries(out);
+  // A series must never truncate what it reads: compared by name for the
+  // files it may yet create, by identity for those that exist.
+  const std::string outName = fs::path(out).filename().string();
+  for (const std::string& input : inputs) {
+    if (input == "-") continue;
+    bool clash = fs::path(input).lexically_normal() == fs::path(out).lexically_normal();
+    for (const auto& file : existing) clash = clash || SameFile(input, file.second);
+    if (clash) {
+      std::cerr << "nxxml " << command << ": the input " << input << " is a file of the output series " << out
+                << "\n";
+      return false;
+    }
+  }
+  if (existing.empty()) return true;
+  if (!force) {
+    std::cerr << "nxxml " << command << ": " << existing.front().second
+              << " exists (an earlier output); --force replaces the series\n";
+    return false;
+  }
+  // Only the unbroken run OUT, OUT_2, OUT_3, ... is the old series: a file
+  // past a gap may be anyone's, so it stops the command before anything is
+  // removed.
+  unsigned long next = 1;
+  for (const auto& file : existing) {
+    if (file.first != next && !(next == 1 && file.first == 2)) {
+      std::cerr << "nxxml " << command << ": " << file.second
+                << " exists apart from the series it would join; remove it or choose another output\n";
+      return false;
+    }
+    next = file.first + 1;
+  }
+  for (const auto& file : existing) {
+    std::error_code ec;
+    if (!fs::remove(file.second, ec) && ec) {
+      std::cerr << "nxxml " << command << ": cannot remove " << file.second << ": " << ec.message() << "\n";
+      return false;
+    }
+  }
+  return true;
+}
 
 void AddCopyOptions(CLI::App& command, CopyOptions& options) {
   AddInputOptions(command, options.input);
@@ -70,11 +138,14 @@ void AddCopyOptions(CLI::App& command, CopyOptions& options) {
   CLI::Option* files = command.add_option("--max-files", options.maxFiles, "Number of files allowed (0: any)");
   CLI::Option* overflow =
       command.add_flag("--allow-overflow", options.allowOverflow, "Go past --max-files rather than stop");
+  CLI::Option* force =
+      command.add_flag("--force", options.force, "Remove an earlier series OUT, OUT_2, ... before writing");
   files->check(CLI::NonNegativeNumber);
   // Only a series of files has a number of files.
   if (CLI::Option* output = command.get_option_no_throw("--output")) {
     files->needs(output);
     overflow->needs(output);
+    force->needs(output);
   }
 }
 
@@ -87,11 +158,8 @@ int RunCopy(const CopyOptions& options) {
   }
   std::vector<Input> inputs;
   if (!ResolveInputs(options.input, inputs)) return kExitUsage;
-  for (const std::string& file : options.input.files)
-    if (!options.output.empty() && SameFile(file, options.output)) {
-      std::cerr << "nxxml copy: the output " << options.output << " is also an input\n";
-      return kExitUsage;
-    }
+  if (!options.output.empty() && !PrepareSeries(options.output, options.force, options.input.files, "copy"))
+    return kExitUsage;
 
   std::unique_ptr<OXmlStream> out;
   try {
@@ -106,13 +174,19 @@ int RunCopy(const CopyOptions& options) {
   out->SetAllowOverflow(options.allowOverflow ? 1 : 0);
 
   std::string failure;
+  int status = kExitBad;
   long long tokens = 0;
   for (const Input& input : inputs) {
     std::string error;
     try {
-      error = CopyInput(input, options.input, *out, tokens);
+      error = CopyInput(input, options.input, *out, options.output.empty(), tokens);
     } catch (QmMsgException* e) {
+      const long id = e->GetMessage(0).GetId();
+      if (id == kCannotOpenMsgId || id == kCannotReadMsgId) status = kExitUsage;
       error = DescribeAndDelete(e);
+    } catch (const InputError& e) {
+      status = kExitUsage;
+      error = e.what();
     } catch (XmlException* e) {
       e->Delete();
       error = "the output is full (" + options.maxSize + " bytes" +
@@ -125,9 +199,9 @@ int RunCopy(const CopyOptions& options) {
     }
   }
   out->Close();
-  std::cout.flush();
-  if (failure.empty() && out->GetWriteErrors() > 0)
-    failure = "writing " + (options.output.empty() ? std::string("standard output") : options.output) + " failed";
+  std::string writeError;
+  if (StandardOutputFailed(writeError) && failure.empty()) failure = writeError;
+  if (failure.empty() && out->GetWriteErrors() > 0) failure = "writing " + options.output + " failed";
 
   if (!options.output.empty()) {
     CStringArray files;
@@ -140,6 +214,10 @@ int RunCopy(const CopyOptions& options) {
   if (!failure.empty()) {
     std::cout.flush();
     std::cerr << "nxxml copy: " << failure << "\n";
+    return status;
+  }
+  if (StandardOutputFailed(writeError)) {
+    std::cerr << "nxxml copy: " << writeError << "\n";
     return kExitBad;
   }
   return kExitOk;

@@ -1,3 +1,9 @@
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 
@@ -10,10 +16,14 @@ namespace {
 class IstreamSource : public IXmlStreamSource {
  public:
   explicit IstreamSource(std::istream& in) : m_in(in) {}
-  bool eof() override { return m_in.eof() || m_in.bad(); }
+  bool eof() override { return m_in.eof(); }
   long read(char* buf, long n) override {
+    errno = 0;
     m_in.read(buf, n);
-    return static_cast<long>(m_in.gcount());
+    const long got = static_cast<long>(m_in.gcount());
+    // A failed read is not the end of the input: say so, with the reason.
+    if (got == 0 && !m_in.eof()) throw InputError("cannot read standard input: " + Reason(errno));
+    return got;
   }
 
  private:
@@ -22,29 +32,50 @@ class IstreamSource : public IXmlStreamSource {
 
 }  // namespace
 
+std::string Reason(int error) { return error ? std::strerror(error) : "unknown reason"; }
+
+bool ParseSize(const std::string& text, long long& size) {
+  const long long limit = 1LL << 31;
+  std::size_t i = 0;
+  long long value = 0;
+  while (i < text.size() && std::isdigit(static_cast<unsigned char>(text[i]))) {
+    value = value * 10 + (text[i++] - '0');
+    if (value >= limit) return false;
+  }
+  if (i == 0) return false;
+  if (i < text.size()) {
+    const char suffix = static_cast<char>(std::toupper(static_cast<unsigned char>(text[i++])));
+    const int shift = suffix == 'K' ? 10 : suffix == 'M' ? 20 : suffix == 'G' ? 30 : -1;
+    if (shift < 0 || i != text.size() || value >= (limit >> shift)) return false;
+    value <<= shift;
+  }
+  size = value;
+  return true;
+}
+
 void AddInputOptions(CLI::App& command, InputOptions& options) {
   command.add_flag("--embedded", options.embedded, "Read in embedded element mode (any number of top-level elements)");
   command.add_flag("--lenient", options.lenient, "Substitute malformed UTF-8 instead of failing");
   command.add_flag("--joined", options.joined, "Read all FILEs, in order, as one input");
   command.add_option("FILE", options.files, "Input files; - reads standard input")->required();
+  command
+      .add_option_function<std::string>(
+          "--max-token-size",
+          [&options](const std::string& text) {
+            if (!ParseSize(text, options.maxTokenSize) || options.maxTokenSize == 0)
+              throw CLI::ValidationError("--max-token-size", "takes a number from 1 to below 2G with an optional K, M or G");
+          },
+          "Largest name, attribute value or text accepted (default 256M); K, M, G suffixes")
+      ->type_name("SIZE");
 }
 
 bool ResolveInputs(const InputOptions& options, std::vector<Input>& inputs) {
-  for (const std::string& file : options.files) {
-    if (file == "-") {
-      if (options.joined) {
+  if (options.joined) {
+    for (const std::string& file : options.files)
+      if (file == "-") {
         std::cerr << "nxxml: standard input (-) cannot be joined with files\n";
         return false;
       }
-      continue;
-    }
-    std::ifstream probe(file, std::ios::binary);
-    if (!probe) {
-      std::cerr << "nxxml: cannot open " << file << "\n";
-      return false;
-    }
-  }
-  if (options.joined) {
     std::string label;
     for (const std::string& file : options.files) label += (label.empty() ? "" : "+") + file;
     inputs.push_back({label, options.files});
@@ -64,10 +95,16 @@ std::unique_ptr<IXmlStream> OpenInput(const Input& input, const InputOptions& op
     for (const std::string& file : input.files) names.Add(Obx_String::FromUtf8(file.c_str()));
     stream.reset(new IXmlStream(names, false, options.lenient));
   } else {
-    keepAlive.reset(new std::ifstream(input.files[0], std::ios::binary));
+    const std::string& name = input.files[0];
+    errno = 0;
+    keepAlive.reset(new std::ifstream(name, std::ios::binary));
+    if (!keepAlive->good()) throw InputError("cannot open: " + Reason(errno));
+    // A folder opens like a file and fails only when read.
+    struct stat info;
+    if (::stat(name.c_str(), &info) == 0 && S_ISDIR(info.st_mode))
+      throw InputError("cannot read: " + Reason(EISDIR));
     stream.reset(new IXmlStream(*keepAlive, false, options.lenient));
   }
-  if (options.embedded) stream->SetEmbeddedElementMode(1);
   return stream;
 }
 
@@ -81,32 +118,51 @@ std::string ReadAllTokens(IXmlStream& stream, const InputOptions& options,
                           const std::function<void(const XmlToken&)>& onToken) {
   std::vector<NXSmartPtr<XmlSTag>> open;
   int elements = 0;
+  bool finishing = false;
   try {
-    while (XmlToken* raw = stream.GetNextToken()) {
-      NXSmartPtr<XmlToken> token(raw);
-      onToken(*token);
-      if (token->GetType() == XT_STAG) {
-        open.emplace_back(static_cast<XmlSTag*>(raw));
-        ++elements;
-      } else if (token->GetType() == XT_ETAG && !open.empty()) {
-        open.pop_back();
+    stream.SetMaxTokenSize(options.maxTokenSize);
+    if (options.embedded) stream.SetEmbeddedElementMode(1);
+    // Finish judges what only the end of the input reveals, and may hand
+    // out text expat held back until then.
+    do {
+      while (XmlToken* raw = stream.GetNextToken()) {
+        NXSmartPtr<XmlToken> token(raw);
+        onToken(*token);
+        if (token->GetType() == XT_STAG) {
+          open.emplace_back(static_cast<XmlSTag*>(raw));
+          ++elements;
+        } else if (token->GetType() == XT_ETAG && !open.empty()) {
+          open.pop_back();
+        }
       }
-    }
-    if (options.embedded) stream.SetEmbeddedElementMode(0);
+    } while ((finishing = true, stream.Finish()));
   } catch (QmMsgException* e) {
-    return DescribeAndDelete(e);
+    // An input that cannot be read is the caller's to judge (exit 2).
+    const long id = e->GetMessage(0).GetId();
+    if (id == kCannotOpenMsgId || id == kCannotReadMsgId) throw;
+    // What the end reveals inside an open element is said best as the
+    // element the input ends in.
+    if (open.empty() || !finishing) return DescribeAndDelete(e);
+    e->Delete();
   }
-  // The stream leaves the end of the input to its reader: a packet cut off
-  // inside an element, or without any, is not a good packet.
-  if (!open.empty()) {
-    int line = 0, column = 0, byte = 0, file = 0;
-    bool hasFile = false;
-    open.back()->GetLocation().Values(line, column, byte, hasFile, file);
-    return "the input ends inside the element <" + open.back()->GetName().ToUtf8() + "> opened at line " +
-           std::to_string(line) + ", column " + std::to_string(column);
-  }
-  if (elements == 0 && !options.embedded) return "the input holds no element";
+  if (!open.empty()) return UnclosedElement(*open.back());
+  if (elements == 0 && !options.embedded && options.requireElement) return "the input holds no element";
   return std::string();
+}
+
+std::string UnclosedElement(const XmlSTag& tag) {
+  long long line = 0, column = 0, byte = 0;
+  tag.GetLocation().Position(line, column, byte);
+  return "the input ends inside the element <" + tag.GetName().ToUtf8() + "> opened at line " +
+         std::to_string(line) + ", column " + std::to_string(column);
+}
+
+bool StandardOutputFailed(std::string& error) {
+  errno = 0;
+  std::cout.flush();
+  if (std::cout) return false;
+  error = "writing standard output failed: " + Reason(errno);
+  return true;
 }
 
 int ReadEachInput(const InputOptions& options, const std::function<void(const XmlToken&)>& onToken, bool reportOk) {
@@ -116,20 +172,31 @@ int ReadEachInput(const InputOptions& options, const std::function<void(const Xm
   for (const Input& input : inputs) {
     std::unique_ptr<std::ifstream> file;
     std::string error;
+    int inputStatus = kExitBad;
     try {
       std::unique_ptr<IXmlStream> stream = OpenInput(input, options, file);
       error = ReadAllTokens(*stream, options, onToken);
     } catch (QmMsgException* e) {
+      const long id = e->GetMessage(0).GetId();
+      if (id == kCannotOpenMsgId || id == kCannotReadMsgId) inputStatus = kExitUsage;
       error = DescribeAndDelete(e);
+    } catch (const InputError& e) {
+      inputStatus = kExitUsage;
+      error = e.what();
     }
     if (error.empty()) {
       if (reportOk) std::cout << input.label << ": ok\n";
-      continue;
+    } else {
+      // What was printed of the input comes before its error.
+      std::cout.flush();
+      std::cerr << input.label << ": " << error << "\n";
+      status = std::max(status, inputStatus);
     }
-    // What was printed of the input comes before its error.
-    std::cout.flush();
-    std::cerr << input.label << ": " << error << "\n";
-    status = kExitBad;
+    std::string writeError;
+    if (StandardOutputFailed(writeError)) {
+      std::cerr << "nxxml: " << writeError << "\n";
+      return kExitBad;
+    }
   }
   return status;
 }

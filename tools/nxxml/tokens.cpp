@@ -28,9 +28,8 @@ void PrintToken(const XmlToken& token) {
       line["text"] = static_cast<const XmlCharData&>(token).GetData().ToUtf8();
       break;
   }
-  int lineNumber = 0, column = 0, byte = 0, file = 0;
-  bool hasFile = false;
-  token.GetLocation().Values(lineNumber, column, byte, hasFile, file);
+  long long lineNumber = 0, column = 0, byte = 0;
+  token.GetLocation().Position(lineNumber, column, byte);
   line["line"] = lineNumber;
   line["column"] = column;
   line["byte"] = byte;
@@ -39,4 +38,7 @@ void PrintToken(const XmlToken& token) {
 
 }  // namespace
 
-int RunTokens(const InputOptions& options) { return ReadEachInput(options, PrintToken, false); }
+int RunTokens(InputOptions options) {
+  options.requireElement = false;
+  return ReadEachInput(options, PrintToken, false);
+}
