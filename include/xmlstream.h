@@ -166,9 +166,9 @@ class NXXML_API IXmlStream {
   // enough for any real packet, shallow enough that reading, copying,
   // rendering and freeing such a tree stay far from the stack's end.
   enum { DEFAULT_MAX_ELEMENT_DEPTH = 1000 };
-  // The largest token the stream accepts: a name, attribute value or text
-  // of more UTF-16 units, or an unfinished token for which expat holds more
-  // bytes, raises message 27324 at its place and ends the parse. It keeps a
+  // The largest token the stream accepts, in bytes of input: a longer tag
+  // (a start tag counts whole, with its attributes), text, or unfinished
+  // markup raises message 27324 at its place and ends the parse. It keeps a
   // hostile packet from costing more memory than a few times this size.
   enum : long long { DEFAULT_MAX_TOKEN_SIZE = 256LL << 20 };
 
@@ -267,9 +267,10 @@ class NXXML_API IXmlStream {
   void CloseEmbedded();
   // Refuses an unfinished token that has grown past the size limit.
   void CheckHeldBack();
-  // Queues message id with "%_ARG1_%" arg and the current location as an
-  // error token, and ends the parse: nothing after it is read.
-  void RefuseAndStop(long id, long long arg);
+  // Queues message id with "%_ARG1_%" arg and the location (the current
+  // one when null) as an error token, and ends the parse: nothing after it
+  // is read.
+  void RefuseAndStop(long id, long long arg, const XmlSourceLocation* at = nullptr);
 
   XmlConverter* m_converter = nullptr;
   void* m_parser = nullptr;  // the expat parser

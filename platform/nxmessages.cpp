@@ -41,7 +41,7 @@ const CatalogueEntry kCatalogue[] = {
     {27321, "(location not set)"},
     {27322, "Elements nest deeper than the limit of %_ARG1_% levels at %_LOCATION_%."},
     {27323, "Cannot read the input %_ARG1_%: %_ARG2_%."},
-    {27324, "A name, attribute value or text is longer than the limit of %_ARG1_% bytes at %_LOCATION_%."},
+    {27324, "A tag or text is longer than the limit of %_ARG1_% bytes at %_LOCATION_%."},
     {27325, "The input ends inside %_ARG1_% open element(s) at %_LOCATION_%."},
 };
 

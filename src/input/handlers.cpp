@@ -160,6 +160,15 @@ void NoteEvent(IXmlStream* stream, XML_Parser parser) {
       static_cast<long long>(XML_GetCurrentByteIndex(parser)) + XML_GetCurrentByteCount(parser);
 }
 
+// Refuses the tag expat reports when it is longer than the stream allows;
+// true when it did.
+bool TooLong(IXmlStream* stream) {
+  if (XML_GetCurrentByteCount(static_cast<XML_Parser>(XmlHelper::Parser(*stream))) <= XmlHelper::MaxTokenSize(*stream))
+    return false;
+  XmlHelper::Refuse(*stream, nxmsg::kTokenTooLongMsgId, XmlHelper::MaxTokenSize(*stream));
+  return true;
+}
+
 }  // namespace
 
 void XmlHelper::StopParse(IXmlStream* stream) {
@@ -179,11 +188,9 @@ void XmlHelper::STagHandler(void* userData, const char* name, const char** atts)
       stream->RefuseAndStop(27322, stream->m_maxElementDepth);
       return;
     }
-    const std::size_t limit = static_cast<std::size_t>(stream->m_maxTokenSize);
-    bool tooLong = false;
+    if (TooLong(stream)) return;
     QueueTag(stream, new XmlSTag(static_cast<const unsigned short*>(nullptr)), [&](XmlSTag& tag) {
       DecodeName(name, stream->m_asciiOnly, stream->m_lenientDecoding, tag.m_name.Std());
-      if ((tooLong = tag.m_name.Std().size() > limit)) return;
       int count = 0;
       while (atts[2 * count]) ++count;
       tag.m_attributes.Reserve(count);
@@ -192,16 +199,10 @@ void XmlHelper::STagHandler(void* userData, const char* name, const char** atts)
         DecodeName(atts[k + 1], stream->m_asciiOnly, stream->m_lenientDecoding, value.Std());
         Obx_String attrName;
         DecodeName(atts[k], stream->m_asciiOnly, stream->m_lenientDecoding, attrName.Std());
-        if ((tooLong = value.Std().size() > limit || attrName.Std().size() > limit)) return;
         // Expat has already refused duplicate names, so every pair is new.
         tag.m_attributes.SetAt(std::move(attrName), std::move(value));
       }
     });
-    if (tooLong) {
-      delete stream->m_tokens.back();
-      stream->m_tokens.pop_back();
-      stream->RefuseAndStop(nxmsg::kTokenTooLongMsgId, stream->m_maxTokenSize);
-    }
   });
 }
 
@@ -212,6 +213,7 @@ void XmlHelper::ETagHandler(void* userData, const char* name) {
                    "stream->m_lastCharDataEndedWithEscape == false", kUnit);
     NoteEvent(stream, static_cast<XML_Parser>(stream->m_parser));
     --stream->m_depth;
+    if (TooLong(stream)) return;
     QueueTag(stream, new XmlETag(static_cast<const unsigned short*>(nullptr)), [&](XmlETag& tag) {
       DecodeName(name, stream->m_asciiOnly, stream->m_lenientDecoding, tag.m_name.Std());
     });
@@ -247,7 +249,13 @@ void XmlHelper::CharDataHandler(void* userData, const char* s, int len) {
     // A text is measured in the bytes of its pieces, summed while it grows.
     stream->m_tailTextBytes = (tail ? stream->m_tailTextBytes : 0) + len;
     if (stream->m_tailTextBytes > stream->m_maxTokenSize) {
-      stream->RefuseAndStop(nxmsg::kTokenTooLongMsgId, stream->m_maxTokenSize);
+      // Reported where the text starts, however it was cut into pieces.
+      XmlSourceLocation start;
+      if (tail)
+        start = tail->GetLocation();
+      else
+        stream->m_source->StoreSourceLocation(start);
+      stream->RefuseAndStop(nxmsg::kTokenTooLongMsgId, stream->m_maxTokenSize, &start);
       return;
     }
     if (tail) return;

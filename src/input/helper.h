@@ -69,6 +69,9 @@ class XmlHelper {
   static XmlConverter* Converter(IXmlStream& s) { return s.m_converter; }
   static int& Accumulate(IXmlStream& s) { return s.m_accumulate; }
   static long long& Consumed(IXmlStream& s) { return s.m_consumed; }
+  static void* Parser(IXmlStream& s) { return s.m_parser; }
+  static long long MaxTokenSize(IXmlStream& s) { return s.m_maxTokenSize; }
+  static void Refuse(IXmlStream& s, long id, long long arg) { s.RefuseAndStop(id, arg); }
   static int ParseBytes(IXmlStream& s, const char* data, int length, int isFinal) {
     return s.ParseBytes(data, length, isFinal);
   }

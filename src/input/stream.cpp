@@ -237,10 +237,10 @@ void IXmlStream::CheckHeldBack() {
   RefuseAndStop(nxmsg::kTokenTooLongMsgId, m_maxTokenSize);
 }
 
-void IXmlStream::RefuseAndStop(long id, long long arg) {
+void IXmlStream::RefuseAndStop(long id, long long arg, const XmlSourceLocation* at) {
   QmMessage message(id);
   message.SetParam("%_ARG1_%", AdStr(arg));
-  message.SetParam("%_LOCATION_%", RenderCurrentLocation());
+  message.SetParam("%_LOCATION_%", at ? RenderSourceLocation(*at) : RenderCurrentLocation());
   m_tokens.push_back(new XmlError(message.FullMsg()));
   m_parseStopped = true;
   // Called from a handler, this stops expat inside XML_Parse; between two

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
+#include <thread>
 
 #include "nxcharsets.h"
 
@@ -42,4 +44,27 @@ TEST(AdCodePage, MappingsAndRoundTrips) {
   EXPECT_EQ(std::string(encoded.getData()), "a\xEF\xBF\xBD");
   // File names are UTF-8 whatever the locale.
   EXPECT_EQ(std::string(MbcsFileName(NX_U16(u"r\u00e9sum\u00e9.xml")).getData()), "r\xC3\xA9sum\xC3\xA9.xml");
+}
+
+// Two threads converting to the same code page, one strictly and one
+// leniently: neither choice may leak into the other's calls. A converter
+// shared between them once made lenient calls raise and strict ones
+// substitute silently.
+TEST(AdCodePage, StrictAndLenientOnTwoThreads) {
+  const AdCharset cp1252 = AdCodePage::GetCharset(1252);
+  const unsigned short unmappable[] = {'a', 0x4E2D, 'b'};
+  std::atomic<int> strictWrong{0}, lenientWrong{0};
+  auto run = [&](AdCharset::converter_t mode, std::atomic<int>& wrong) {
+    for (int k = 0; k < 5000; ++k) {
+      AdMbcsString out;
+      const bool ok = out.cvtFromUTF16(cp1252, unmappable, 3, mode);
+      if (ok != (mode == AdCharset::Nonstrict)) ++wrong;
+    }
+  };
+  std::thread strict(run, AdCharset::Strict, std::ref(strictWrong));
+  std::thread lenient(run, AdCharset::Nonstrict, std::ref(lenientWrong));
+  strict.join();
+  lenient.join();
+  EXPECT_EQ(strictWrong.load(), 0);
+  EXPECT_EQ(lenientWrong.load(), 0);
 }

@@ -60,6 +60,6 @@ expect "gap refused, nothing removed" "2|nxxml copy: o.xml_3 exists apart from t
 # Size limits: a token past the limit is refused at its place.
 printf '<a v="%s"/>' "$(head -c 3000 /dev/zero | tr '\0' x)" >long.xml
 "$nxxml" check --max-token-size 1K long.xml 2>err; rc=$?
-expect "token too long" "1|long.xml: A name, attribute value or text is longer than the limit of 1024 bytes at line 1, column 0, byte 0." "$rc|$(cat err)"
+expect "token too long" "1|long.xml: A tag or text is longer than the limit of 1024 bytes at line 1, column 0, byte 0." "$rc|$(cat err)"
 "$nxxml" check --max-token-size 4K long.xml >/dev/null || fail=1
 exit $fail
