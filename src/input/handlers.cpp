@@ -139,6 +139,9 @@ void DecodeName(const char* s, bool asciiOnly, bool lenient, Obx_StdString& out)
   std::size_t ascii = 0;
   for (;;) {
     const std::size_t m = WidenAsciiToZero(s + ascii, staged, kStage);
+    // A long name or value gets its room at once: grown by doubling, it
+    // would cost up to three times its size while it is copied.
+    if (m == kStage && ascii == 0) out.reserve(kStage + std::strlen(s + kStage));
     out.append(staged, m);
     ascii += m;
     if (m < kStage) break;
