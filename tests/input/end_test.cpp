@@ -220,7 +220,8 @@ TEST(EndOfInput, TokensPastTheSizeLimitAreRefusedAtTheirPlace) {
 TEST(EndOfInput, PlacesPast2GiBDoNotWrap) {
   XmlSourceLocation loc;
   loc.SetPosition(3, 3000000000LL, 5000000000LL);
-  IXmlStreamStringSource plain(*new std::istringstream(""));
+  std::istringstream nothing("");
+  IXmlStreamStringSource plain(nothing);
   EXPECT_EQ(Utf8(plain.RenderSourceLocation(loc)), "line 3, column 3000000000, byte 5000000000");
   long long line = 0, column = 0, byte = 0;
   loc.Position(line, column, byte);
