@@ -32,15 +32,13 @@ XmlToken::~XmlToken() = default;
 
 namespace {
 
-// Under the address sanitizer every token goes to the allocator, so that a
-// token used after it was freed is still caught.
-constexpr bool kCacheTokens = !NXXML_ASAN;
-
 // Blocks are kept by their exact size, so a block only ever serves objects
 // of the size it was allocated for (whoever allocated it), for sizes in
 // steps of 8 bytes below kSizes steps (every token class of the library);
 // other sizes bypass the cache. The cache holds at most kCacheBytes a
-// thread, so a freed tree never parks much memory.
+// thread, so a freed tree never parks much memory. Under the address
+// sanitizer a parked block is poisoned whole until it is handed out again,
+// so a token used after it was freed is caught as with the allocator.
 const std::size_t kStep = 8;
 const std::size_t kSizes = 48;
 const std::size_t kCacheBytes = 256 * 1024;
@@ -59,9 +57,10 @@ struct TokenCache {
 thread_local TokenCache t_cache;
 
 void EmptyCache(TokenCache& cache) {
-  for (FreeBlock*& head : cache.heads) {
-    while (FreeBlock* block = head) {
-      head = block->next;
+  for (std::size_t k = 0; k < kSizes; ++k) {
+    while (FreeBlock* block = cache.heads[k]) {
+      NXXML_UNPOISON(block, k * kStep);
+      cache.heads[k] = block->next;
       ::operator delete(block);
     }
   }
@@ -87,6 +86,7 @@ void* XmlToken::operator new(std::size_t size) {
   if (k >= kSizes) return ::operator new(size);
   TokenCache& cache = t_cache;
   if (FreeBlock* block = cache.heads[k]) {
+    NXXML_UNPOISON(block, size);
     cache.heads[k] = block->next;
     cache.bytes -= size;
     return block;
@@ -98,7 +98,7 @@ void XmlToken::operator delete(void* p, std::size_t size) noexcept {
   if (!p) return;
   const std::size_t k = SizeClass(size);
   TokenCache& cache = t_cache;
-  if (!kCacheTokens || k >= kSizes || cache.closed || cache.bytes + size > kCacheBytes) {
+  if (k >= kSizes || cache.closed || cache.bytes + size > kCacheBytes) {
     ::operator delete(p);
     return;
   }
@@ -108,6 +108,7 @@ void XmlToken::operator delete(void* p, std::size_t size) noexcept {
   }
   FreeBlock* block = static_cast<FreeBlock*>(p);
   block->next = cache.heads[k];
+  NXXML_POISON(block, size);
   cache.heads[k] = block;
   cache.bytes += size;
 }

@@ -5,6 +5,7 @@
 #include <thread>
 #include <vector>
 
+#include "sanitizer.h"
 #include "xmlcontent.h"
 
 namespace {
@@ -71,6 +72,26 @@ TEST(TokenAllocation, TokensCrossThreads) {
   freer.join();
   NXSmartPtr<XmlCharData> kept(new XmlCharData(NX_U16(u"kept")));
   EXPECT_EQ(kept->GetData(), u"kept");
+}
+
+// Under the address sanitizer a parked block is poisoned whole, so a token
+// used after it was freed is caught even though its memory is kept, and a
+// block handed out again is whole again.
+TEST(TokenAllocation, ParkedBlocksArePoisonedUntilReused) {
+#if NXXML_ASAN
+  XmlETag* tag = new XmlETag(NX_U16(u"parked"));
+  const char* bytes = reinterpret_cast<const char*>(tag);
+  delete tag;
+  for (std::size_t k = 0; k < sizeof(XmlETag); ++k)
+    ASSERT_TRUE(__asan_address_is_poisoned(bytes + k)) << "byte " << k;
+  XmlETag* again = new XmlETag(NX_U16(u"again"));
+  ASSERT_EQ(static_cast<const void*>(again), static_cast<const void*>(bytes));  // the parked block, reused
+  EXPECT_EQ(__asan_region_is_poisoned(again, sizeof(XmlETag)), nullptr);
+  EXPECT_EQ(again->GetName(), u"again");
+  delete again;
+#else
+  GTEST_SKIP() << "only the address sanitizer poisons";
+#endif
 }
 
 // The usual forms of new still work for tokens.
