@@ -6,7 +6,7 @@
 namespace {
 
 std::unique_ptr<IXmlStream> Over(const std::string& xml) {
-  return std::unique_ptr<IXmlStream>(new IXmlStream(new TrickleSource(xml, {4096})));
+  return std::unique_ptr<IXmlStream>(new IXmlStream(new TrickleSource(xml)));
 }
 
 // Rewrites every attribute value read into upper case ASCII, counting calls.
@@ -298,7 +298,7 @@ TEST(Extraction, ReadsTakeOnlyWhatTheyNeed) {
   // Without accumulation a long text may come in pieces; the readers that
   // accumulate always see it whole.
   const std::string body(10000, 't');
-  IXmlStream pieces(new TrickleSource("<a>" + body + "</a>", {4096}));
+  IXmlStream pieces(new TrickleSource("<a>" + body + "</a>"));
   XmlSTag a(NX_U16(u""));
   pieces >> a;
   XmlCharData piece(NX_U16(u""));
@@ -310,7 +310,7 @@ TEST(Extraction, ReadsTakeOnlyWhatTheyNeed) {
     total += static_cast<std::size_t>(piece.GetData().GetLength());
   }
   EXPECT_EQ(total, body.size());
-  IXmlStream whole(new TrickleSource("<a>" + body + "</a>", {4096}));
+  IXmlStream whole(new TrickleSource("<a>" + body + "</a>"));
   whole >> a;
   whole >> piece;
   EXPECT_EQ(piece.GetData().GetLength(), 10000);
