@@ -10,6 +10,8 @@
 
 #include "xmlstream.h"
 
+class Progress;
+
 enum { kExitOk = 0, kExitBad = 1, kExitUsage = 2 };
 
 // Catalogue ids the tool tells apart: an input that cannot be opened or read.
@@ -46,9 +48,9 @@ struct Input {
 // The inputs named by the options; false (and why, printed) for a usage error.
 bool ResolveInputs(const InputOptions& options, std::vector<Input>& inputs);
 // A stream over the input; raises InputError when the file cannot be
-// opened or is a folder.
+// opened or is a folder. With progress, every byte read is counted there.
 std::unique_ptr<IXmlStream> OpenInput(const Input& input, const InputOptions& options,
-                                      std::unique_ptr<std::ifstream>& keepAlive);
+                                      std::unique_ptr<std::ifstream>& keepAlive, Progress* progress = nullptr);
 
 // Reads tokens to the end of the input (in embedded mode if asked), has the
 // stream judge the end, and checks that every element was closed; calls

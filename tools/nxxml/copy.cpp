@@ -5,6 +5,7 @@
 #include <system_error>
 
 #include "commands.h"
+#include "progress.h"
 
 namespace fs = std::filesystem;
 
@@ -47,8 +48,9 @@ std::vector<std::pair<unsigned long, std::string>> ExistingSeries(const std::str
 // error, or an empty string.
 std::string CopyInput(const Input& input, const InputOptions& options, OXmlStream& out, bool toStandardOutput,
                       long long& tokens) {
+  Progress progress("nxxml copy " + input.label, InputSize(input.files));
   std::unique_ptr<std::ifstream> file;
-  std::unique_ptr<IXmlStream> in = OpenInput(input, options, file);
+  std::unique_ptr<IXmlStream> in = OpenInput(input, options, file, &progress);
   in->SetMaxTokenSize(options.maxTokenSize);
   std::vector<Obx_String> open;
   int elements = 0;

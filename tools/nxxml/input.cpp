@@ -8,6 +8,7 @@
 #include <iostream>
 
 #include "commands.h"
+#include "progress.h"
 
 namespace {
 
@@ -86,14 +87,19 @@ bool ResolveInputs(const InputOptions& options, std::vector<Input>& inputs) {
 }
 
 std::unique_ptr<IXmlStream> OpenInput(const Input& input, const InputOptions& options,
-                                      std::unique_ptr<std::ifstream>& keepAlive) {
+                                      std::unique_ptr<std::ifstream>& keepAlive, Progress* progress) {
+  // The stream takes the source; counted when progress is asked for.
+  const auto over = [&](IXmlStreamSource* source) {
+    if (progress) source = new ProgressSource(source, *progress);
+    return new IXmlStream(source, false, options.lenient);
+  };
   std::unique_ptr<IXmlStream> stream;
   if (input.files.size() == 1 && input.files[0] == "-") {
-    stream.reset(new IXmlStream(new IstreamSource(std::cin), false, options.lenient));
+    stream.reset(over(new IstreamSource(std::cin)));
   } else if (options.joined) {
     CStringArray names;
     for (const std::string& file : input.files) names.Add(Obx_String::FromUtf8(file.c_str()));
-    stream.reset(new IXmlStream(names, false, options.lenient));
+    stream.reset(over(new IXmlStreamMultiFileSource(names)));
   } else {
     const std::string& name = input.files[0];
     errno = 0;
@@ -103,7 +109,7 @@ std::unique_ptr<IXmlStream> OpenInput(const Input& input, const InputOptions& op
     struct stat info;
     if (::stat(name.c_str(), &info) == 0 && S_ISDIR(info.st_mode))
       throw InputError("cannot read: " + Reason(EISDIR));
-    stream.reset(new IXmlStream(*keepAlive, false, options.lenient));
+    stream.reset(over(new IXmlStreamFileSource(*keepAlive)));
   }
   return stream;
 }
