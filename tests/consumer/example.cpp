@@ -33,7 +33,7 @@ int main(int argc, char** argv) {
     out << end;
     out.Close();
   } catch (QmMsgException* e) {
-    // The text names the place: "... at line 2, column 34, byte 42 ...".
+    // The text names the place: "... at line 2, column 29, byte 38 ...".
     std::fprintf(stderr, "%s: %s\n", argv[1], e->GetFullText().ToUtf8().c_str());
     e->Delete();
     return 1;
