@@ -13,7 +13,7 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 dir=${1:-$root/build-fuzz}
 seconds=${NXXML_FUZZ_SECONDS:-30}
 CC=clang-14 CXX=clang++-14 bash "$root/scripts/build.sh" "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNXXML_FUZZ=ON \
-  -DNXXML_BUILD_TESTS=OFF -DNXXML_BUILD_BENCH=OFF -DNXXML_BUILD_TOOL=OFF >/dev/null
+  -DNXXML_BUILD_TESTS=OFF -DNXXML_BUILD_BENCH=OFF -DNXXML_BUILD_TOOL=OFF
 limit=(-max_total_time="$seconds")
 [[ -n ${NXXML_FUZZ_RUNS:-} ]] && limit=(-runs="$NXXML_FUZZ_RUNS")
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1
