@@ -39,5 +39,8 @@ fi
 grep -q "TAG_MISMATCH: mismatched tag at line 2, column " "$tmp/err" || { cat "$tmp/err" >&2; exit 1; }
 echo "example: $(cat "$tmp/err")"
 
-"$prefix/bin/nxxml" --version
-"$prefix/bin/nxxml" check "$samples/packet.xml"
+# The tool, when the build has one, runs from the moved tree as it is.
+if [[ -x $build/tools/nxxml/nxxml ]]; then
+  "$prefix/bin/nxxml" --version
+  "$prefix/bin/nxxml" check "$samples/packet.xml"
+fi
