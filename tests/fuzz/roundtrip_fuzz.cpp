@@ -17,6 +17,15 @@ std::vector<std::string> Tokens(IXmlStream& in, std::vector<NXSmartPtr<XmlToken>
         if (keep)
             keep->emplace_back(const_cast<XmlToken*>(&token));
     });
+    // Text that expat holds back at the end of an unfinished input ("]",
+    // which might open "]]>") comes out of Finish as a token of its own:
+    // the text read is the same, its cut is not.
+    const std::size_t n = out.size();
+    if (n >= 2 && out[n - 2][0] == 'T' && out[n - 1][0] == 'T')
+    {
+        out[n - 2] += out[n - 1].substr(2);
+        out.pop_back();
+    }
     return out;
 }
 
