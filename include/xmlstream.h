@@ -366,6 +366,8 @@ class NXXML_API XmlException : public CException {
   ~XmlException() override;
 };
 
+class OXmlFileSeries;
+
 class NXXML_API OXmlStream {
  public:
   // Writes to a caller's stream, which must outlive this one. maxSize > 0
@@ -435,26 +437,49 @@ class NXXML_API OXmlStream {
   int GetWriteErrors() const { return m_writeErrors; }
 
  private:
-  friend class OXmlStreamHelper;
+  // The operators that write numbers and tokens.
   friend NXXML_API OXmlStream& operator<<(OXmlStream& out, long value);
+  friend NXXML_API OXmlStream& operator<<(OXmlStream& out, const XmlToken& token);
+  friend NXXML_API OXmlStream& operator<<(OXmlStream& out, const XmlElement& element);
+  friend NXXML_API OXmlStream& operator<<(OXmlStream& out, const XmlCharData& text);
+  friend NXXML_API OXmlStream& operator<<(OXmlStream& out, const XmlETag& tag);
+  friend NXXML_API OXmlStream& operator<<(OXmlStream& out, const XmlSTag& tag);
 
-  void Init(std::ostream* stream, int isStrstream, long long maxSize);
+  // Which image of a token WriteImage writes.
+  enum Image {
+    VIRTUAL,    // the token's virtual GetImage
+    END_TAG,    // XmlETag::GetImage
+    START_TAG,  // XmlSTag::GetImage(">", converter)
+  };
   // Renders the token's image straight into the byte buffer, then writes
   // it whole, so that a token that fails to render writes nothing.
-  void WriteImage(const XmlToken& token, int how);
+  void WriteImage(const XmlToken& token, Image how);
   [[noreturn]] void RaiseWriteError();
 
-  std::ostream* m_ownedStream = nullptr;
+  // Where the bytes go. Each destination has one owner:
+  //   memory            m_memory, the stream's own string stream;
+  //   a caller's stream m_stream (and m_strstream for a string stream),
+  //                     borrowed;
+  //   a caller's file   m_fileStream, borrowed: Close() closes it, and
+  //                     nothing deletes it;
+  //   a file series     m_series, which owns the file being written.
+  std::unique_ptr<std::ostringstream> m_memory;
+  std::unique_ptr<OXmlFileSeries> m_series;
+  // Where bytes go now; null once a series' file was closed.
   std::ostream* m_stream = nullptr;
-  int m_isStrstream = 1;
+  // The string stream whose contents Str() returns, if any.
   std::ostringstream* m_strstream = nullptr;
+  // The file being written (the caller's, or the series'), if any.
   std::ofstream* m_fileStream = nullptr;
+  // 1 for memory and a caller's stream, 0 for file output.
+  int m_isStrstream = 1;
+  // The converter handed to every image, and the same again when the
+  // stream owns it.
   XmlConverter* m_converter = nullptr;
-  int m_ownsConverter = 1;
-  Obx_String m_fileName;
+  std::unique_ptr<XmlConverter> m_ownedConverter;
+  // Bytes allowed in a file (or in all of a stream); 0 or less: no limit.
   long long m_maxSize = 0;
-  unsigned int m_maxFiles = 1;
-  unsigned int m_fileCount = 0;
+  // Bytes written into the current file (or stream) since it was opened.
   long long m_bytesWritten = 0;
   int m_allowOverflow = 0;
   int m_closed = 0;
