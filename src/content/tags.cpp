@@ -1,3 +1,4 @@
+// Start and end tags: names, the named flag, attributes and their typed forms.
 #include "xmlcontent.h"
 
 XmlETag& XmlETag::operator()(const unsigned short* name) {
