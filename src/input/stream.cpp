@@ -264,7 +264,7 @@ void IXmlStream::Close() {
   m_parser.reset();
   m_converter.reset();
   m_source.reset();
-  if (m_tokens) m_tokens->Clear();
+  m_tokens->Clear();
 }
 
 void IXmlStream::SetConverter(XmlConverter* converter) {

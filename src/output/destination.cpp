@@ -105,7 +105,7 @@ void OXmlStream::write_internal(const char* bytes, long n) {
 }
 
 int OXmlStream::Overflowed() const {
-  if (m_isStrstream || !m_allowOverflow || !m_series || m_series->MaxFiles() == 0 || m_maxSize == 0) return 0;
+  if (!m_series || !m_allowOverflow || m_series->MaxFiles() == 0 || m_maxSize == 0) return 0;
   if (m_series->Count() > m_series->MaxFiles()) return 1;
   return m_series->Count() == m_series->MaxFiles() && m_bytesWritten > m_maxSize ? 1 : 0;
 }
@@ -118,9 +118,10 @@ void OXmlStream::Close() {
   }
   // Bytes still buffered reach the file only here: a failure now is a
   // failed write too, though Close() itself raises nothing.
+  // File output always writes to m_fileStream.
   const bool wasGood = !m_stream->fail();
   m_stream->flush();
-  if (m_fileStream) m_fileStream->close();
+  m_fileStream->close();
   if (wasGood && m_stream->fail()) ++m_writeErrors;
   m_bytesWritten = 0;
   // A series' file is done with; a caller's file stays the caller's.
