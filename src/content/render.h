@@ -38,7 +38,7 @@ class ImageRender {
         if (type == typeid(XmlElement)) return Element(static_cast<const XmlElement&>(token));
         break;
       case XT_STAG:
-        if (type == typeid(XmlSTag)) return STag(static_cast<const XmlSTag&>(token), NX_U16(u">"), 1);
+        if (type == typeid(XmlSTag)) return STag(static_cast<const XmlSTag&>(token), ">", 1);
         break;
       case XT_ETAG:
         if (type == typeid(XmlETag)) return ETag(static_cast<const XmlETag&>(token));
@@ -61,6 +61,51 @@ class ImageRender {
   // "<", the name, each attribute as ` name="value"`, the terminator, a line
   // feed when there are attributes, then the inline text.
   void STag(const XmlSTag& tag, const unsigned short* terminator, std::size_t terminatorLength) {
+    STag(tag, Terminator{nullptr, terminator, terminatorLength});
+  }
+  // The same closed by ASCII markup (">" or "/>").
+  void STag(const XmlSTag& tag, const char* terminator, std::size_t terminatorLength) {
+    STag(tag, Terminator{terminator, nullptr, terminatorLength});
+  }
+
+  // The text as character data.
+  void CharData(const XmlCharData& text) {
+    const Obx_String& data = text.GetData();
+    m_sink.Text(data.GetData(), static_cast<std::size_t>(data.GetLength()), XmlEscape::CHARDATA);
+  }
+
+  // The start tag, every item in order, the end tag, with nothing between
+  // them; without items, the start tag closed by "/>" alone.
+  void Element(const XmlElement& element) {
+    // Names read from a packet are equal as they stand; only others need
+    // the case-insensitive comparison.
+    const Obx_String& startName = element.m_stag.GetName();
+    const Obx_String& endName = element.m_etag.GetName();
+    AD_ASSERT_TEXT(startName == endName || AdIsEqualNoCase(startName, endName),
+                   "AdIsEqualNoCase(m_stag.GetName(), m_etag.GetName())", nxmsg::kContentUnit);
+    if (element.m_content.empty()) return STag(element.m_stag, "/>", 2);
+    STag(element.m_stag, ">", 1);
+    const std::vector<NXSmartPtr<XmlContent>>& items = element.m_content;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+      // A tree read from a packet lies all over the heap: ask for the next
+      // item while this one is rendered.
+      if (i + 1 < items.size()) __builtin_prefetch(items[i + 1].get());
+      const XmlContent* item = items[i].get();
+      AD_ASSERT_TEXT(item != nullptr, "item != __null", nxmsg::kContentUnit);
+      Token(*item);
+    }
+    ETag(element.m_etag);
+  }
+
+ private:
+  // A start tag's terminator: ASCII markup, or UTF-16 units of the caller's.
+  struct Terminator {
+    const char* ascii;
+    const unsigned short* units;
+    std::size_t length;
+  };
+
+  void STag(const XmlSTag& tag, const Terminator& terminator) {
     const CMapStringToString& attributes = tag.GetAttributes();
     const int count = attributes.GetCount();
     const Obx_String& tagName = tag.GetName();
@@ -92,7 +137,10 @@ class ImageRender {
         Attribute(attrName, attributes.ValueAt(k));
       }
     }
-    m_sink.Text(terminator, terminatorLength, XmlEscape::RAW);
+    if (terminator.ascii)
+      m_sink.Markup(terminator.ascii, terminator.length);
+    else
+      m_sink.Text(terminator.units, terminator.length, XmlEscape::RAW);
     // A start tag with attributes ends its line; one without stays inline.
     // Readers rely on both: the line feed is absorbed as the first line end
     // after a tag.
@@ -100,36 +148,6 @@ class ImageRender {
     m_sink.Text(inlineImage.GetData(), static_cast<std::size_t>(inlineImage.GetLength()), XmlEscape::RAW);
   }
 
-  // The text escaped as character data.
-  void CharData(const XmlCharData& text) {
-    const Obx_String& data = text.GetData();
-    m_sink.Text(data.GetData(), static_cast<std::size_t>(data.GetLength()), XmlEscape::CHARDATA);
-  }
-
-  // The start tag, every item in order, the end tag, with nothing between
-  // them; without items, the start tag closed by "/>" alone.
-  void Element(const XmlElement& element) {
-    // Names read from a packet are equal as they stand; only others need
-    // the case-insensitive comparison.
-    const Obx_String& startName = element.m_stag.GetName();
-    const Obx_String& endName = element.m_etag.GetName();
-    AD_ASSERT_TEXT(startName == endName || AdIsEqualNoCase(startName, endName),
-                   "AdIsEqualNoCase(m_stag.GetName(), m_etag.GetName())", nxmsg::kContentUnit);
-    if (element.m_content.empty()) return STag(element.m_stag, NX_U16(u"/>"), 2);
-    STag(element.m_stag, NX_U16(u">"), 1);
-    const std::vector<NXSmartPtr<XmlContent>>& items = element.m_content;
-    for (std::size_t i = 0; i < items.size(); ++i) {
-      // A tree read from a packet lies all over the heap: ask for the next
-      // item while this one is rendered.
-      if (i + 1 < items.size()) __builtin_prefetch(items[i + 1].get());
-      const XmlContent* item = items[i].get();
-      AD_ASSERT_TEXT(item != nullptr, "item != __null", nxmsg::kContentUnit);
-      Token(*item);
-    }
-    ETag(element.m_etag);
-  }
-
- private:
   // A tag name from the converter (or the tag itself), zero-terminated.
   void Name(const unsigned short* name) {
     AD_ASSERT_TEXT(AdIsNonEmpty(name), "AdIsNonEmpty(name)", nxmsg::kContentUnit);

@@ -32,7 +32,7 @@ void OXmlStream::WriteImage(const XmlToken& token, Image how) {
       render.ETag(static_cast<const XmlETag&>(token));
       break;
     case START_TAG:
-      render.STag(static_cast<const XmlSTag&>(token), NX_U16(u">"), 1);
+      render.STag(static_cast<const XmlSTag&>(token), ">", 1);
       break;
     default:
       render.Token(token);
