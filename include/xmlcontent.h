@@ -487,7 +487,9 @@ class NXXML_API XmlElement : public XmlContent {
   int GetContentByIndex(NXSmartPtr<XmlContent>& item, int i) const;
 
  protected:
-  // The output stream renders the items in place, without a reference each.
+  // The renderer of the images walks the items in place, without a
+  // reference each.
+  template <class Sink>
   friend class ImageRender;
   XmlSTag m_stag;
   XmlETag m_etag;

@@ -5,6 +5,7 @@
 #include <deque>
 #include <exception>
 #include <fstream>
+#include <memory>
 #include <sstream>
 
 #include "nxcharsets.h"
@@ -149,6 +150,8 @@ NXXML_API IXmlStreamSource* XmlStringSourceFactory(std::istringstream& in);
 // ===========================================================================
 // The input stream.
 
+class XmlTokenQueue;
+
 // The error token: its text is the complete report of a parse or decoding
 // error, raised when a reader reaches it.
 class NXXML_API XmlError : public XmlCharData {
@@ -221,7 +224,7 @@ class NXXML_API IXmlStream {
   void Close();
   // Replaces (and owns) the converter; null installs a default one.
   void SetConverter(XmlConverter* converter);
-  XmlConverter* GetConverter() const { return m_converter; }
+  XmlConverter* GetConverter() const { return m_converter.get(); }
 
   // The head token's type, XT_EOF at the end of the input.
   XmlToken_t GetNextTokenType();
@@ -247,46 +250,77 @@ class NXXML_API IXmlStream {
   long long GetMaxTokenSize() const { return m_maxTokenSize; }
 
  private:
+  // The expat callbacks (src/input/handlers.cpp) and the readers reach the
+  // state below directly.
   friend class XmlHelper;
   friend NXXML_API IXmlStream& operator>>(IXmlStream& in, XmlSTag& tag);
   friend NXXML_API IXmlStream& operator>>(IXmlStream& in, XmlETag& tag);
+  friend NXXML_API IXmlStream& operator>>(IXmlStream& in, XmlCharData& text);
+  friend NXXML_API IXmlStream& operator>>(IXmlStream& in, XmlElement& element);
+
+  // Frees an expat parser.
+  struct FreeParser {
+    void operator()(void* parser) const noexcept;
+  };
 
   void Init(IXmlStreamSource* source, bool asciiOnly, bool lenientDecoding);
-  XmlToken* Head() const { return m_tokens.front(); }
-  void PopHead() { m_tokens.pop_front(); }
+  // Parse_More when the queue does not answer: reads and parses input
+  // until it does or the input ends.
+  [[gnu::noinline]] int ReadMore();
   // Parses bytes, keeping C++ exceptions out of expat's frames: a handler's
   // exception stops the parser and is rethrown here once expat returned.
   int ParseBytes(const char* data, int length, int isFinal);
   void RethrowPending();
-  // Turns expat's failure into an error token at the tail of the queue;
-  // buf and n are the failing chunk, start the index of its first byte.
-  void QueueParseError(const char* buf, int n, long long start);
   // At the end of the input, has expat parse what it held back.
   void FlushHeldBack();
-  // Embedded mode's closing step as Finish takes it.
-  void CloseEmbedded();
   // Refuses an unfinished token that has grown past the size limit.
   void CheckHeldBack();
-  // Queues message id with "%_ARG1_%" arg and the location (the current
-  // one when null) as an error token, and ends the parse: nothing after it
-  // is read.
+  // Embedded mode: the artificial root opened, closed by the application,
+  // and closed as Finish takes it.
+  void OpenEmbeddedRoot();
+  void CloseEmbeddedRoot();
+  void CloseEmbedded();
+  // Reads the text at the head into a new character-data item at the end
+  // of element, as extracting it into element.AddCharData(u"") does.
+  void ExtractCharDataItem(XmlElement& element);
+
+  // The failures met while parsing, each queued as an error token at the
+  // tail (src/input/errors.cpp describes the one path they take).
+  // Expat's failure; buf and n are the failing chunk, start the index of
+  // its first byte.
+  void QueueParseError(const char* buf, int n, long long start);
+  // A message exception a handler caught; frees e.
+  void AddErrorTokensToStream(QmMsgException* e);
+  // Message id with "%_ARG1_%" arg and the location (the current one when
+  // null); ends the parse: nothing after it is read.
   void RefuseAndStop(long id, long long arg, const XmlSourceLocation* at = nullptr);
 
-  XmlConverter* m_converter = nullptr;
-  void* m_parser = nullptr;  // the expat parser
-  std::deque<XmlToken*> m_tokens;
-  int m_accumulate = 0;
-  IXmlStreamSource* m_source = nullptr;
+  // Hook object handed every image and extracted token; never null while
+  // the stream is open.
+  std::unique_ptr<XmlConverter> m_converter;
+  // The expat parser; its user data is this stream.
+  std::unique_ptr<void, FreeParser> m_parser;
+  // The parsed tokens waiting for a reader, and whether it wants text whole.
+  std::unique_ptr<XmlTokenQueue> m_tokens;
+  // Where the bytes come from.
+  std::unique_ptr<IXmlStreamSource> m_source;
+  // Set when the handlers dropped the line feed that starts a text after a
+  // tag; cleared by every tag.
   int m_newlineStripped = 0;
+  // The last text piece ended on an unpaired escape mark.
   bool m_lastCharDataEndedWithEscape = false;
+  // The two decoding flags of the constructors.
   bool m_asciiOnly = false;
   bool m_lenientDecoding = false;
+  // Elements open at the parser's place, and the most that may be.
   int m_depth = 0;
   int m_maxElementDepth = DEFAULT_MAX_ELEMENT_DEPTH;
   // Set once the parse was stopped for good (a handler raised, or the input
-  // went too deep); no further byte is read.
+  // was refused); no further byte is read.
   bool m_parseStopped = false;
+  // Set once expat was made to parse what it held back at the end.
   bool m_heldBackFlushed = false;
+  // An exception a handler raised, rethrown once XML_Parse has returned.
   std::exception_ptr m_pending;
   // Bytes given to expat so far: the index of the next chunk's first byte.
   long long m_bytesParsed = 0;
@@ -331,6 +365,8 @@ class NXXML_API XmlException : public CException {
   XmlException() : CException(true) {}
   ~XmlException() override;
 };
+
+class OXmlFileSeries;
 
 class NXXML_API OXmlStream {
  public:
@@ -401,26 +437,49 @@ class NXXML_API OXmlStream {
   int GetWriteErrors() const { return m_writeErrors; }
 
  private:
-  friend class OXmlStreamHelper;
+  // The operators that write numbers and tokens.
   friend NXXML_API OXmlStream& operator<<(OXmlStream& out, long value);
+  friend NXXML_API OXmlStream& operator<<(OXmlStream& out, const XmlToken& token);
+  friend NXXML_API OXmlStream& operator<<(OXmlStream& out, const XmlElement& element);
+  friend NXXML_API OXmlStream& operator<<(OXmlStream& out, const XmlCharData& text);
+  friend NXXML_API OXmlStream& operator<<(OXmlStream& out, const XmlETag& tag);
+  friend NXXML_API OXmlStream& operator<<(OXmlStream& out, const XmlSTag& tag);
 
-  void Init(std::ostream* stream, int isStrstream, long long maxSize);
+  // Which image of a token WriteImage writes.
+  enum Image {
+    VIRTUAL,    // the token's virtual GetImage
+    END_TAG,    // XmlETag::GetImage
+    START_TAG,  // XmlSTag::GetImage(">", converter)
+  };
   // Renders the token's image straight into the byte buffer, then writes
   // it whole, so that a token that fails to render writes nothing.
-  void WriteImage(const XmlToken& token, int how);
+  void WriteImage(const XmlToken& token, Image how);
   [[noreturn]] void RaiseWriteError();
 
-  std::ostream* m_ownedStream = nullptr;
+  // Where the bytes go. Each destination has one owner:
+  //   memory            m_memory, the stream's own string stream;
+  //   a caller's stream m_stream (and m_strstream for a string stream),
+  //                     borrowed;
+  //   a caller's file   m_fileStream, borrowed: Close() closes it, and
+  //                     nothing deletes it;
+  //   a file series     m_series, which owns the file being written.
+  std::unique_ptr<std::ostringstream> m_memory;
+  std::unique_ptr<OXmlFileSeries> m_series;
+  // Where bytes go now; null once a series' file was closed.
   std::ostream* m_stream = nullptr;
-  int m_isStrstream = 1;
+  // The string stream whose contents Str() returns, if any.
   std::ostringstream* m_strstream = nullptr;
+  // The file being written (the caller's, or the series'), if any.
   std::ofstream* m_fileStream = nullptr;
+  // 1 for memory and a caller's stream, 0 for file output.
+  int m_isStrstream = 1;
+  // The converter handed to every image, and the same again when the
+  // stream owns it.
   XmlConverter* m_converter = nullptr;
-  int m_ownsConverter = 1;
-  Obx_String m_fileName;
+  std::unique_ptr<XmlConverter> m_ownedConverter;
+  // Bytes allowed in a file (or in all of a stream); 0 or less: no limit.
   long long m_maxSize = 0;
-  unsigned int m_maxFiles = 1;
-  unsigned int m_fileCount = 0;
+  // Bytes written into the current file (or stream) since it was opened.
   long long m_bytesWritten = 0;
   int m_allowOverflow = 0;
   int m_closed = 0;

@@ -105,18 +105,15 @@ Obx_String Obx_String::FormatList(const unsigned short* format, const ObxFormatA
       ++p;
       continue;
     }
+    // The directive as printf takes it: flags, width, precision. Arguments
+    // carry their own types, so the length modifier is skipped.
     std::string directive = "%";
     bool left = false;
-    while (*p == u'-' || *p == u'0' || *p == u'+' || *p == u' ' || *p == u'#') {
+    while (*p == u'-' || *p == u'0') {
       if (*p == u'-') left = true;
       directive.push_back(static_cast<char>(*p++));
     }
     int width = 0;
-    if (*p == u'*') {
-      ++p;
-      if (next < count) width = static_cast<int>(args[next++].i);
-      directive += std::to_string(width);
-    }
     while (*p >= u'0' && *p <= u'9') {
       width = width * 10 + (*p - u'0');
       directive.push_back(static_cast<char>(*p++));
@@ -131,80 +128,63 @@ Obx_String Obx_String::FormatList(const unsigned short* format, const ObxFormatA
         directive.push_back(static_cast<char>(*p++));
       }
     }
-    while (*p == u'h' || *p == u'l' || *p == u'L' || *p == u'z' || *p == u'j' || *p == u't') ++p;
-    if (p[0] == u'I' && p[1] == u'6' && p[2] == u'4') p += 3;
+    while (*p == u'l') ++p;
     const unsigned short conv = *p;
     if (conv == 0) {  // a lone trailing directive is kept as text
       out.append(start, p);
       break;
     }
     ++p;
-    const ObxFormatArg* arg = next < count ? &args[next++] : nullptr;
-    if (!arg) continue;
+    if (next >= count) continue;  // a missing argument renders nothing
+    const ObxFormatArg& arg = args[next];
     char buf[128];
+    int n = -1;
     switch (conv) {
       case u's':
       case u'S': {
         Obx_StdString text;
-        if (arg->kind == ObxFormatArg::WIDE)
-          text.assign(arg->wide, arg->wideLength);
-        else if (arg->kind == ObxFormatArg::NARROW)
-          text = FromUtf8(arg->narrow).m_s;
+        if (arg.kind == ObxFormatArg::WIDE)
+          text.assign(arg.wide, arg.wideLength);
+        else if (arg.kind == ObxFormatArg::NARROW)
+          text = FromUtf8(arg.narrow).m_s;
         if (precision >= 0 && text.size() > static_cast<std::size_t>(precision))
           text.resize(static_cast<std::size_t>(precision));
         AppendPadded(out, text, width, left);
         break;
       }
-      case u'c': {
-        Obx_StdString text(1, static_cast<unsigned short>(arg->kind == ObxFormatArg::SIGNED ? arg->i : arg->u));
-        AppendPadded(out, text, width, left);
+      case u'c':
+        AppendPadded(out, Obx_StdString(1, static_cast<unsigned short>(arg.kind == ObxFormatArg::SIGNED ? arg.i : arg.u)),
+                     width, left);
+        break;
+      case u'd': {
+        const long long v = arg.kind == ObxFormatArg::SIGNED ? arg.i
+                            : arg.kind == ObxFormatArg::DOUBLE ? static_cast<long long>(arg.d)
+                                                                : static_cast<long long>(arg.u);
+        n = std::snprintf(buf, sizeof buf, (directive + "lld").c_str(), v);
         break;
       }
-      case u'd':
-      case u'i':
       case u'u':
       case u'x':
-      case u'X':
-      case u'o': {
-        const char c = static_cast<char>(conv);
-        int n;
-        if (c == 'd' || c == 'i') {
-          const long long v = arg->kind == ObxFormatArg::SIGNED ? arg->i
-                              : arg->kind == ObxFormatArg::DOUBLE ? static_cast<long long>(arg->d)
-                                                                  : static_cast<long long>(arg->u);
-          n = std::snprintf(buf, sizeof buf, (directive + "ll" + c).c_str(), v);
-        } else {
-          const unsigned long long v = arg->kind == ObxFormatArg::SIGNED ? static_cast<unsigned long long>(arg->i)
-                                       : arg->kind == ObxFormatArg::DOUBLE ? static_cast<unsigned long long>(arg->d)
-                                                                           : arg->u;
-          n = std::snprintf(buf, sizeof buf, (directive + "ll" + c).c_str(), v);
-        }
-        if (n > 0) AppendAscii(out, buf, std::min<std::size_t>(static_cast<std::size_t>(n), sizeof buf - 1));
+      case u'X': {
+        const unsigned long long v = arg.kind == ObxFormatArg::SIGNED ? static_cast<unsigned long long>(arg.i)
+                                     : arg.kind == ObxFormatArg::DOUBLE ? static_cast<unsigned long long>(arg.d)
+                                                                         : arg.u;
+        n = std::snprintf(buf, sizeof buf, (directive + "ll" + static_cast<char>(conv)).c_str(), v);
         break;
       }
-      case u'p': {
-        const int n = std::snprintf(buf, sizeof buf, "0x%llx", arg->u);
-        if (n > 0) AppendAscii(out, buf, static_cast<std::size_t>(n));
-        break;
-      }
-      case u'f':
-      case u'g':
-      case u'e':
-      case u'F':
-      case u'G':
-      case u'E': {
-        const double v = arg->kind == ObxFormatArg::DOUBLE   ? arg->d
-                         : arg->kind == ObxFormatArg::SIGNED ? static_cast<double>(arg->i)
-                                                             : static_cast<double>(arg->u);
-        const int n = std::snprintf(buf, sizeof buf, (directive + static_cast<char>(conv)).c_str(), v);
-        if (n > 0) AppendAscii(out, buf, std::min<std::size_t>(static_cast<std::size_t>(n), sizeof buf - 1));
+      case u'f': {
+        const double v = arg.kind == ObxFormatArg::DOUBLE   ? arg.d
+                         : arg.kind == ObxFormatArg::SIGNED ? static_cast<double>(arg.i)
+                                                             : static_cast<double>(arg.u);
+        n = std::snprintf(buf, sizeof buf, (directive + "f").c_str(), v);
         break;
       }
       default:  // unknown directive: keep its text, consume no argument
-        --next;
         out.append(start, p);
-        break;
+        continue;
     }
+    ++next;
+    if (n > 0) AppendAscii(out, buf, std::min<std::size_t>(static_cast<std::size_t>(n), sizeof buf - 1));
   }
   return Obx_String(std::move(out));
 }

@@ -86,11 +86,12 @@ class NXPLATFORM_API Obx_String {
   // string and false.
   bool LoadString(long id);
 
-  // printf-style construction. Directives: %d %i %u %x %X %o %c %s %S %p %f
-  // %g %e %%, with flags, width and precision; h, l, ll, z and I64 length
+  // printf-style construction. Directives: %d %u %x %X %c %s %S %f %%, with
+  // the flags - and 0, a width and a precision; the l and ll length
   // modifiers are accepted and ignored since arguments carry their own type.
   // %s and %S both take either a narrow (UTF-8) or a UTF-16 text. Missing
-  // arguments render as nothing; surplus arguments are ignored.
+  // arguments render as nothing; surplus arguments are ignored; any other
+  // directive stays as text.
   template <class... A>
   static Obx_String Format(const unsigned short* format, const A&... args) {
     const ObxFormatArg list[] = {ObxFormatArg(args)..., ObxFormatArg(0)};

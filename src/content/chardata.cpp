@@ -1,3 +1,4 @@
+// Character data: construction, copying and the growth of appended text.
 #include "xmlcontent.h"
 
 XmlCharData::XmlCharData(const unsigned short* data, long length)

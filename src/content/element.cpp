@@ -1,3 +1,4 @@
+// Elements: building, deep copying and querying a tree of content items.
 #include "xmlcontent.h"
 
 namespace {

@@ -1,3 +1,7 @@
+// Start and end tags: names, the named flag, attributes and their typed forms.
+#include <new>
+#include <stdexcept>
+
 #include "xmlcontent.h"
 
 XmlETag& XmlETag::operator()(const unsigned short* name) {
@@ -23,9 +27,13 @@ XmlSTag& XmlSTag::operator=(const XmlSTag& other) {
 
 int XmlSTag::SetAttribute(const unsigned short* name, const Obx_String& value, int overwrite) {
   if (!overwrite && m_attributes.PLookup(name)) return 0;
+  // The map throws only what the standard containers throw; a value that
+  // cannot be stored shows as the result 0, as a refused one does.
   try {
     m_attributes.SetAt(Obx_String(name), Obx_String(value.GetData()));
-  } catch (...) {
+  } catch (const std::bad_alloc&) {
+    return 0;
+  } catch (const std::length_error&) {
     return 0;
   }
   return 1;

@@ -1,31 +1,10 @@
-#include <cxxabi.h>
-#include <expat.h>
-#include <unicode/uversion.h>
+// The token base: the allocator that keeps freed tokens for the next ones,
+// the base destructors, and the descriptions of the token kinds.
+#include <cstddef>
+#include <new>
 
-#include <cstdio>
-#include <cstdlib>
-#include <map>
-#include <mutex>
-#include <string>
-
-#include "nxxml_version.h"
 #include "sanitizer.h"
 #include "xmlcontent.h"
-
-const char* NxXmlGetVersion() { return NXXML_VERSION_STRING; }
-
-const char* NxXmlGetVersionInfo() {
-  // Built by the first caller; a static's initialisation is safe when two
-  // threads make that call at once.
-  static const std::string info = [] {
-    const XML_Expat_Version expat = XML_ExpatVersionInfo();
-    char buf[160];
-    std::snprintf(buf, sizeof buf, "libnxxmlparser %s (expat %d.%d.%d, ICU %s)", NXXML_VERSION_STRING, expat.major,
-                  expat.minor, expat.micro, U_ICU_VERSION);
-    return std::string(buf);
-  }();
-  return info.c_str();
-}
 
 NXObject::~NXObject() = default;
 XmlToken::~XmlToken() = default;
@@ -127,23 +106,6 @@ void XmlToken::operator delete(void* p, const std::nothrow_t&) noexcept {
   ::operator delete(p);
 }
 XmlContent::~XmlContent() = default;
-
-const char* NxTypeName(const std::type_info& type) {
-  // Demangled once per type; only reached while the reference trace is on,
-  // so the lock costs nothing elsewhere. Map nodes never move, so a name
-  // handed out stays valid.
-  static std::mutex lock;
-  static std::map<const std::type_info*, std::string> names;
-  std::lock_guard<std::mutex> guard(lock);
-  auto it = names.find(&type);
-  if (it == names.end()) {
-    int status = 0;
-    char* demangled = abi::__cxa_demangle(type.name(), nullptr, nullptr, &status);
-    it = names.emplace(&type, status == 0 && demangled ? demangled : type.name()).first;
-    std::free(demangled);
-  }
-  return it->second.c_str();
-}
 
 // Entry 4 keeps its historical spelling: messages quote it as it stands.
 const unsigned short* const XmlTokenTypeDescriptions[9] = {

@@ -1,3 +1,5 @@
+// Conversion between UTF-8 and the locale's or a numbered code page, by way
+// of UTF-16.
 #include <cstring>
 #include <memory>
 
@@ -5,7 +7,7 @@
 #include "nxcharsets.h"
 #include "xmlstream.h"
 
-using namespace nxconvert;
+using namespace nxmsg;
 
 namespace {
 
@@ -13,7 +15,7 @@ namespace {
 // text a decoding failure is raised with.
 void ToUTF8(const AdCharset& charset, const char* decodeText, const char* data, int dataSize, char*& utf8Chars,
             int& utf8Size, int escapeControlChars) {
-  AD_ASSERT_TEXT(data != nullptr, "data != __null", kUnit);
+  AD_ASSERT_TEXT(data != nullptr, "data != __null", kStreamUnit);
   utf8Chars = nullptr;
   if (dataSize == 0) {
     utf8Size = 0;
@@ -22,10 +24,10 @@ void ToUTF8(const AdCharset& charset, const char* decodeText, const char* data, 
   if (dataSize < 0) dataSize = static_cast<int>(std::strlen(data)) + 1;
   AdUTF16String wide;
   if (!wide.cvtFromMBCS(charset, data, dataSize, AdCharset::Strict))
-    AdThrowMsgExcept(kCannotDecodeMsgId, decodeText, kUnit, __LINE__);
+    AdThrowMsgExcept(kCannotDecodeMsgId, decodeText, kStreamUnit, __LINE__);
   utf8Size = 0;
   const unsigned short* wideChars = wide.getData();
-  AD_ASSERT_TEXT(wideChars != nullptr, "wideChars != __null", kUnit);
+  AD_ASSERT_TEXT(wideChars != nullptr, "wideChars != __null", kStreamUnit);
   if (wide.getLength() != 0) do_UTF162UTF8(wideChars, wide.getLength(), utf8Chars, utf8Size, escapeControlChars);
 }
 
@@ -39,7 +41,7 @@ void FromUTF8(const AdCharset& target, const char* encodeText, const unsigned in
   endsWithEscape = startsWithEscape;
   encodedDataSize = 0;
   encodedChars = nullptr;
-  AD_ASSERT_TEXT(data != nullptr, "data != __null", kUnit);
+  AD_ASSERT_TEXT(data != nullptr, "data != __null", kStreamUnit);
   if (numBytes == 0) return;
 
   unsigned short* wideChars = nullptr;
@@ -51,13 +53,13 @@ void FromUTF8(const AdCharset& target, const char* encodeText, const unsigned in
 
   AdMbcsString encoded;
   if (!encoded.cvtFromUTF16(target, wideChars, num, throwOnDecodeError ? AdCharset::Strict : AdCharset::Nonstrict))
-    AdThrowMsgExcept(asciiOnly ? kNonAsciiMsgId : kCannotEncodeMsgId, encodeText, kUnit, __LINE__);
+    AdThrowMsgExcept(asciiOnly ? kNonAsciiMsgId : kCannotEncodeMsgId, encodeText, kStreamUnit, __LINE__);
   const int size = encoded.getLength();
   if (size <= 0) {
     QmMessage message(kEncodedNothingMsgId);
     message.SetParam("_CPNUM_", codePage ? AdStr(static_cast<long>(*codePage)) : Obx_String(NX_U16(u"Client")));
     message.SetParam("_ERRORNUM_", AdStr(-1));
-    AdThrowMsgExcept(message, "encodedDataSize > 0", kUnit, __LINE__);
+    AdThrowMsgExcept(message, "encodedDataSize > 0", kStreamUnit, __LINE__);
   }
   encodedChars = new char[static_cast<std::size_t>(size)];
   std::memcpy(encodedChars, encoded.getData(), static_cast<std::size_t>(size));
@@ -102,8 +104,8 @@ int UTF82ACP(const char* data, bool asciiOnly, bool throwOnDecodeError, char*& e
   if (endsWithEscape || encodedChars == nullptr || new_size <= 0) {
     delete[] encodedChars;
     encodedChars = nullptr;
-    AD_ASSERT_TEXT(endsWithEscape == false, "endsWithEscape == false", kUnit);
-    AdThrowMsgExcept(AdGetBadValue0MsgID(), "encodedChars != __null && new_size > 0", kUnit, __LINE__);
+    AD_ASSERT_TEXT(endsWithEscape == false, "endsWithEscape == false", kStreamUnit);
+    AdThrowMsgExcept(AdGetBadValue0MsgID(), "encodedChars != __null && new_size > 0", kStreamUnit, __LINE__);
   }
   return new_size;
 }

@@ -1,21 +1,14 @@
-// Shared by the conversion routines: the unit name their raised errors carry
-// and the catalogue ids of conversion failures.
+// What the conversion routines offer the rest of the library beyond the
+// public header: the UTF-8 decoder appending to a string.
 #pragma once
 
+#include "ids.h"
 #include "nxstrings.h"
 
 namespace nxconvert {
 
-const char* const kUnit = "xmlstream";
-
-// Catalogue ids of the host application's message library.
-const long kCannotEncodeMsgId = 27315;      // text does not fit the target code page
-const long kNonAsciiMsgId = 27316;          // non-ASCII where only ASCII is allowed
-const long kCannotDecodeMsgId = 27317;      // bytes not valid in their encoding
-const long kEncodedNothingMsgId = 27319;    // an encoding produced no bytes
-
 // UTF82UTF16 appending to out instead of returning a new buffer: the same
-// decoding, escape handling, checks and raises, with escape as both the
+// decoder, escape handling, checks and raises, with escape as both the
 // starting and the ending escape state. On a raise out is as it was (escape
 // is left as UTF82UTF16 leaves its ending state).
 void AppendUTF82UTF16(bool& escape, const char* data, int numBytes, bool asciiOnly, bool throwOnDecodeError,

@@ -1,3 +1,5 @@
+// Conversion between UTF-8 and UTF-16 with the control-character escape:
+// the one UTF-8 decoder, and the UTF-16 to UTF-8 encoder.
 #include <unicode/ustring.h>
 
 #if defined(__SSE2__)
@@ -10,10 +12,9 @@
 #include <vector>
 
 #include "convert/convert_private.h"
-#include "nxcharsets.h"
 #include "xmlstream.h"
 
-using namespace nxconvert;
+using namespace nxmsg;
 
 namespace {
 
@@ -108,7 +109,7 @@ struct EscapeScan {
 
 void CheckNonAscii(const unsigned short* units, int count) {
   for (int i = 0; i < count; ++i)
-    if (units[i] & s_NonAsciiUTF16Mask) AdThrowMsgExcept(QmMessage(kNonAsciiMsgId), "", kUnit, __LINE__);
+    if (units[i] & s_NonAsciiUTF16Mask) AdThrowMsgExcept(QmMessage(kNonAsciiMsgId), "", kStreamUnit, __LINE__);
 }
 
 // Decodes the escaped form of src[0..len) into dst, which may be src itself
@@ -124,7 +125,7 @@ int DecodeEscapes(const unsigned short* src, int len, unsigned short* dst, bool&
       else if (d > sEscapeInUTF16 && IsEscapedCC(static_cast<unsigned int>(d) - sEscapeInUTF16))
         dst[out++] = static_cast<unsigned short>(d - sEscapeInUTF16);
       else
-        AdThrowMsgExcept(QmMessage(AdGetHitUnreachedMsgID()), "", kUnit, __LINE__);
+        AdThrowMsgExcept(QmMessage(AdGetHitUnreachedMsgID()), "", kStreamUnit, __LINE__);
       inEscape = false;
       continue;
     }
@@ -149,63 +150,61 @@ void ConvertXMLSafeCCToAsciiCC(unsigned short* buf, int& len, bool& inEscape) {
   len = DecodeEscapes(buf, len, buf, inEscape);
 }
 
+namespace {
+
+// The one UTF-8 decoder. Decodes numBytes bytes of data into units, which
+// has room for numBytes units (a UTF-8 text never needs more units than it
+// has bytes), decodes the control-character escape in place with escape as
+// the starting and the ending state, and checks the result. Returns the
+// number of units. Lenient decoding substitutes U+FFFD for malformed bytes.
+int DecodeUTF8(bool& escape, const char* data, int numBytes, bool asciiOnly, bool throwOnDecodeError,
+               unsigned short* units) {
+  UErrorCode status = U_ZERO_ERROR;
+  int32_t produced = 0;
+  u_strFromUTF8WithSub(reinterpret_cast<UChar*>(units), numBytes, &produced, data, numBytes,
+                       throwOnDecodeError ? U_SENTINEL : 0xFFFD, nullptr, &status);
+  if (U_FAILURE(status))
+    AdThrowMsgExcept(kCannotDecodeMsgId,
+                     "wide.cvtFromMBCS(AdCharset::getUTF8Charset(), data, numBytes, (throwOnDecodeError ? "
+                     "AdCharset::Strict : AdCharset::Nonstrict))",
+                     kStreamUnit, __LINE__);
+  const int size = DecodeEscapes(units, produced, units, escape);
+  // Bytes that decode to nothing are legal only as a lone escape mark.
+  AD_ASSERT_TEXT(size > 0 || escape == 1, "wideStringSize > 0 || endsWithEscape == 1", kStreamUnit);
+  // The ASCII check goes with strict decoding only: a lenient caller has
+  // asked for whatever the text holds.
+  if (asciiOnly && throwOnDecodeError) CheckNonAscii(units, size);
+  return size;
+}
+
+}  // namespace
+
 void UTF82UTF16(bool startsWithEscape, const char* data, int numBytes, bool asciiOnly, bool throwOnDecodeError,
                 unsigned short*& wide, int& wideStringSize, bool& endsWithEscape) {
   endsWithEscape = startsWithEscape;
   wide = nullptr;
   wideStringSize = 0;
-  AD_ASSERT_TEXT(data != nullptr, "data != __null", kUnit);
+  AD_ASSERT_TEXT(data != nullptr, "data != __null", kStreamUnit);
   if (numBytes == 0) return;
   if (numBytes < 0) numBytes = static_cast<int>(std::strlen(data)) + 1;
-
-  AdUTF16String decoded;
-  if (!decoded.cvtFromMBCS(AdCharset::getUTF8Charset(), data, numBytes,
-                           throwOnDecodeError ? AdCharset::Strict : AdCharset::Nonstrict))
-    AdThrowMsgExcept(kCannotDecodeMsgId,
-                     "wide.cvtFromMBCS(AdCharset::getUTF8Charset(), data, numBytes, (throwOnDecodeError ? "
-                     "AdCharset::Strict : AdCharset::Nonstrict))",
-                     kUnit, __LINE__);
   // Owned here until every check has passed, so nothing leaks on a raise.
-  std::unique_ptr<unsigned short[]> units(new unsigned short[static_cast<std::size_t>(decoded.getLength())]);
-  // The escape is decoded on the way into the caller's buffer, which is the
-  // copy that has to be made anyway.
-  const int size = DecodeEscapes(decoded.getData(), decoded.getLength(), units.get(), endsWithEscape);
-  // Bytes that decode to nothing are legal only as a lone escape mark.
-  AD_ASSERT_TEXT(size > 0 || endsWithEscape == 1, "wideStringSize > 0 || endsWithEscape == 1", kUnit);
-  // The ASCII check goes with strict decoding only: a lenient caller has
-  // asked for whatever the text holds.
-  if (asciiOnly && throwOnDecodeError) CheckNonAscii(units.get(), size);
+  std::unique_ptr<unsigned short[]> units(new unsigned short[static_cast<std::size_t>(numBytes)]);
+  const int size = DecodeUTF8(endsWithEscape, data, numBytes, asciiOnly, throwOnDecodeError, units.get());
   wide = units.release();
   wideStringSize = size;
 }
 
 void nxconvert::AppendUTF82UTF16(bool& escape, const char* data, int numBytes, bool asciiOnly,
                                  bool throwOnDecodeError, Obx_StdString& out) {
-  AD_ASSERT_TEXT(data != nullptr, "data != __null", kUnit);
+  AD_ASSERT_TEXT(data != nullptr, "data != __null", kStreamUnit);
   if (numBytes == 0) return;
   if (numBytes < 0) numBytes = static_cast<int>(std::strlen(data)) + 1;
-
-  // Decoded straight into the caller's string: a UTF-8 text never needs more
-  // UTF-16 units than it has bytes.
+  // Decoded straight into the caller's string.
   const std::size_t old = out.size();
   out.resize(old + static_cast<std::size_t>(numBytes));
-  unsigned short* units = &out[old];
-  UErrorCode status = U_ZERO_ERROR;
-  int32_t produced = 0;
-  u_strFromUTF8WithSub(reinterpret_cast<UChar*>(units), numBytes, &produced, data, numBytes,
-                       throwOnDecodeError ? U_SENTINEL : 0xFFFD, nullptr, &status);
-  if (U_FAILURE(status)) {
-    out.resize(old);
-    AdThrowMsgExcept(kCannotDecodeMsgId,
-                     "wide.cvtFromMBCS(AdCharset::getUTF8Charset(), data, numBytes, (throwOnDecodeError ? "
-                     "AdCharset::Strict : AdCharset::Nonstrict))",
-                     kUnit, __LINE__);
-  }
-  int size = produced;
+  int size = 0;
   try {
-    ConvertXMLSafeCCToAsciiCC(units, size, escape);
-    AD_ASSERT_TEXT(size > 0 || escape == 1, "wideStringSize > 0 || endsWithEscape == 1", kUnit);
-    if (asciiOnly && throwOnDecodeError) CheckNonAscii(units, size);
+    size = DecodeUTF8(escape, data, numBytes, asciiOnly, throwOnDecodeError, &out[old]);
   } catch (...) {
     out.resize(old);
     throw;
@@ -214,14 +213,14 @@ void nxconvert::AppendUTF82UTF16(bool& escape, const char* data, int numBytes, b
 }
 
 Obx_String UTF82CString(const char* data, bool asciiOnly, bool throwOnDecodeError) {
-  AD_ASSERT_TEXT(data != nullptr, "data != __null", kUnit);
+  AD_ASSERT_TEXT(data != nullptr, "data != __null", kStreamUnit);
   unsigned short* wide = nullptr;
   int size = 0;
   bool endedWithEscape = false;
   UTF82UTF16(false, data, static_cast<int>(std::strlen(data)) + 1, asciiOnly, throwOnDecodeError, wide, size,
              endedWithEscape);
   std::unique_ptr<unsigned short[]> owner(wide);
-  AD_ASSERT_TEXT(endedWithEscape == false, "endedWithEscape == false", kUnit);
+  AD_ASSERT_TEXT(endedWithEscape == false, "endedWithEscape == false", kStreamUnit);
   return Obx_String(wide);
 }
 
@@ -287,8 +286,8 @@ bool EscapeToUTF8(const unsigned short* units, int count, const EscapeScan& scan
 void do_UTF162UTF8(const unsigned short* wideChars, int wideCharsSize, char*& utf8Chars, int& utf8Size,
                    int escapeControlChars) {
   utf8Chars = nullptr;
-  AD_ASSERT_TEXT(wideCharsSize > 0, "wideCharsSize > 0", kUnit);
-  AD_ASSERT_TEXT(wideChars != nullptr, "wideChars != __null", kUnit);
+  AD_ASSERT_TEXT(wideCharsSize > 0, "wideCharsSize > 0", kStreamUnit);
+  AD_ASSERT_TEXT(wideChars != nullptr, "wideChars != __null", kStreamUnit);
 
   // Count first: the common text has nothing to escape and is converted
   // straight from the caller's units in one call.
@@ -309,7 +308,7 @@ void do_UTF162UTF8(const unsigned short* wideChars, int wideCharsSize, char*& ut
     // Unpaired surrogates end here; the caller gets nothing to release.
     delete[] utf8Chars;
     utf8Chars = nullptr;
-    AdThrowMsgExcept(AdGetBadValue0MsgID(), "U_SUCCESS(uerr)", kUnit, __LINE__);
+    AdThrowMsgExcept(AdGetBadValue0MsgID(), "U_SUCCESS(uerr)", kStreamUnit, __LINE__);
   }
   utf8Size = written;
 }

@@ -1,198 +1,108 @@
-#include <expat.h>
+// The expat callbacks: each turns what expat reports (UTF-8) into tokens of
+// the content model (UTF-16), stamped with their place, at the tail of the
+// stream's queue, and refuses the XML the library does not accept.
+#include "input/handlers.h"
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
+#include <memory>
 
-#include <cstdint>
-#include <cstring>
-
-#include "convert/convert_private.h"
 #include "ids.h"
-#include "sanitizer.h"
-#include "input/helper.h"
+#include "input/decode.h"
+#include "input/queue.h"
 
-namespace {
+using namespace nxmsg;
 
-const char* const kUnit = "xmlstream";
+// The callbacks, friends of the stream and of the tokens they fill.
+class XmlHelper {
+ public:
+  static void Install(XML_Parser parser, IXmlStream& stream);
 
-IXmlStream* StreamOf(void* userData) { return static_cast<IXmlStream*>(userData); }
+ private:
+  static void STagHandler(void* userData, const char* name, const char** atts);
+  static void ETagHandler(void* userData, const char* name);
+  static void CharDataHandler(void* userData, const char* s, int len);
+  static void DefaultHandler(void* userData, const char* s, int len);
+  static void StartCdataHandler(void* userData);
+  static void EndCdataHandler(void* userData);
+  static void StartDoctypeDeclHandler(void* userData, const char* doctypeName, const char* sysid,
+                                      const char* pubid, int hasInternalSubset);
+  static void EndDoctypeDeclHandler(void* userData);
+  static void RaiseUnreached(void* userData);
 
-// Widens the leading ASCII bytes of s[0..n) into d; returns how many there
-// are (n when all are). Names, values and texts are mostly short: a text of
-// 8 bytes or more is widened in whole blocks, the last one overlapping the
-// one before, rather than finished byte by byte.
-std::size_t WidenAscii(const char* s, std::size_t n, unsigned short* d) {
-  std::size_t k = 0;
-#if defined(__SSE2__)
-  const __m128i zero = _mm_setzero_si128();
-  if (n >= 16) {
-    for (; k + 16 <= n; k += 16) {
-      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + k));
-      if (_mm_movemask_epi8(v)) break;  // a byte with its high bit set
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(d + k), _mm_unpacklo_epi8(v, zero));
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(d + k + 8), _mm_unpackhi_epi8(v, zero));
-    }
-    if (k + 16 > n && k < n) {
-      const std::size_t last = n - 16;
-      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + last));
-      if (!_mm_movemask_epi8(v)) {
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(d + last), _mm_unpacklo_epi8(v, zero));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(d + last + 8), _mm_unpackhi_epi8(v, zero));
-        return n;
-      }
-    }
-  } else if (n >= 8) {
-    const __m128i v = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(s));
-    const __m128i w = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(s + n - 8));
-    if (!(_mm_movemask_epi8(v) | _mm_movemask_epi8(w))) {
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm_unpacklo_epi8(v, zero));
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(d + n - 8), _mm_unpacklo_epi8(w, zero));
-      return n;
+  // Runs a handler's body so that no C++ exception crosses expat's C frames:
+  // an exception the body does not turn into a token itself is kept on the
+  // stream, the parser is stopped, and the stream rethrows it once XML_Parse
+  // has returned, so the reader meets it exactly where it arose.
+  template <class Body>
+  static void Guarded(IXmlStream* stream, Body body) {
+    if (stream->m_parseStopped) return;
+    try {
+      body();
+    } catch (...) {
+      stream->m_pending = std::current_exception();
+      stream->m_parseStopped = true;
+      XML_StopParser(Parser(stream), XML_FALSE);
     }
   }
-#endif
-  for (; k < n; ++k) {
-    const unsigned char c = static_cast<unsigned char>(s[k]);
-    if (c >= 0x80) break;
-    d[k] = c;
+
+  // Fills a new tag and queues it at the parser's place; a decoding error
+  // queues an error token in its stead.
+  template <class Tag, class Fill>
+  static void QueueTag(IXmlStream* stream, Fill fill) {
+    std::unique_ptr<Tag> tag(new Tag(static_cast<const unsigned short*>(nullptr)));
+    try {
+      fill(*tag);
+    } catch (QmMsgException* e) {
+      stream->AddErrorTokensToStream(e);
+      return;
+    }
+    stream->m_source->StoreSourceLocation(tag->m_location);
+    stream->m_tokens->Push(std::move(tag));
+    stream->m_newlineStripped = 0;
   }
-  return k;
-}
 
-// Appends the widened leading ASCII bytes of s[0..n) to out and returns how
-// many it took. For such bytes decoding is the identity and neither the
-// control-character escape (whose mark is not ASCII) nor the ASCII check
-// can apply, so this gives what the full conversion gives, in the same pass
-// that finds where the ASCII ends. Most names, values and texts of a packet
-// are ASCII throughout. The units are staged on the stack and appended in
-// one piece: growing the string first would fill it for nothing.
-std::size_t AppendAsciiPrefix(const char* s, std::size_t n, Obx_StdString& out) {
-  const std::size_t kStage = 512;
-  unsigned short staged[kStage];
-  std::size_t k = 0;
-  while (k < n) {
-    const std::size_t m = n - k < kStage ? n - k : kStage;
-    const std::size_t ascii = WidenAscii(s + k, m, staged);
-    out.append(staged, ascii);
-    k += ascii;
-    if (ascii < m) break;
+  static IXmlStream* StreamOf(void* userData) { return static_cast<IXmlStream*>(userData); }
+  static XML_Parser Parser(IXmlStream* stream) { return static_cast<XML_Parser>(stream->m_parser.get()); }
+  // Notes that expat has consumed the input up to the end of the event it
+  // reports: the bytes past that are an unfinished token it holds.
+  static void NoteEvent(IXmlStream* stream) {
+    XML_Parser parser = Parser(stream);
+    stream->m_consumed = static_cast<long long>(XML_GetCurrentByteIndex(parser)) + XML_GetCurrentByteCount(parser);
   }
-  return k;
-}
-
-// Appends the decoded text of s[0..n) to out, escape carrying the state of
-// the control-character escape across pieces. The ASCII lead is widened
-// directly; the rest (from the first non-ASCII byte, which is a character
-// boundary) goes through the full conversion, which gives the same units,
-// checks and errors as converting the whole piece. On a raise out is left
-// as it was.
-void AppendDecoded(const char* s, std::size_t n, bool& escape, bool asciiOnly, bool lenient, Obx_StdString& out) {
-  const std::size_t base = out.size();
-  // An unpaired mark pairs with the first unit: only the full conversion
-  // knows that.
-  const std::size_t ascii = escape ? 0 : AppendAsciiPrefix(s, n, out);
-  if (ascii == n) return;
-  try {
-    nxconvert::AppendUTF82UTF16(escape, s + ascii, static_cast<int>(n - ascii), asciiOnly, !lenient, out);
-  } catch (...) {
-    out.resize(base);
-    throw;
+  // Refuses the tag expat reports when it is longer than the stream allows;
+  // true when it did.
+  static bool TooLong(IXmlStream* stream) {
+    if (XML_GetCurrentByteCount(Parser(stream)) <= stream->m_maxTokenSize) return false;
+    stream->RefuseAndStop(kTokenTooLongMsgId, stream->m_maxTokenSize);
+    return true;
   }
-}
+};
 
-// Widens the ASCII bytes of the zero-terminated s into d until the zero
-// byte, a byte with its high bit set, or room units; returns how many it
-// widened. Finding the end and widening is one pass. Whole blocks are read
-// only from 16-byte boundaries, so a read past the zero byte never leaves
-// the page the string ends in; the address checker, which looks at bytes
-// rather than pages, is given the byte loop.
-std::size_t WidenAsciiToZero(const char* s, unsigned short* d, std::size_t room) {
-  std::size_t k = 0;
-#if defined(__SSE2__) && !NXXML_ASAN
-  for (; k < room && (reinterpret_cast<std::uintptr_t>(s + k) & 15) != 0; ++k) {
-    const unsigned char c = static_cast<unsigned char>(s[k]);
-    if (c == 0 || c >= 0x80) return k;
-    d[k] = c;
-  }
-  const __m128i zero = _mm_setzero_si128();
-  for (; k + 16 <= room; k += 16) {
-    const __m128i v = _mm_load_si128(reinterpret_cast<const __m128i*>(s + k));
-    const unsigned stop = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, zero)) | _mm_movemask_epi8(v));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + k), _mm_unpacklo_epi8(v, zero));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + k + 8), _mm_unpackhi_epi8(v, zero));
-    if (stop) return k + static_cast<std::size_t>(__builtin_ctz(stop));
-  }
-#endif
-  for (; k < room; ++k) {
-    const unsigned char c = static_cast<unsigned char>(s[k]);
-    if (c == 0 || c >= 0x80) return k;
-    d[k] = c;
-  }
-  return k;
-}
+void InstallHandlers(XML_Parser parser, IXmlStream& stream) { XmlHelper::Install(parser, stream); }
 
-// A zero-terminated name or attribute value, decoded into out (empty).
-void DecodeName(const char* s, bool asciiOnly, bool lenient, Obx_StdString& out) {
-  const std::size_t kStage = 256;
-  unsigned short staged[kStage];
-  std::size_t ascii = 0;
-  for (;;) {
-    const std::size_t m = WidenAsciiToZero(s + ascii, staged, kStage);
-    // A long name or value gets its room at once: grown by doubling, it
-    // would cost up to three times its size while it is copied.
-    if (m == kStage && ascii == 0) out.reserve(kStage + std::strlen(s + kStage));
-    out.append(staged, m);
-    ascii += m;
-    if (m < kStage) break;
-  }
-  if (s[ascii] == 0) return;
-  const std::size_t n = ascii + std::strlen(s + ascii);
-  // The whole string's conversion takes its terminating zero along and ends
-  // the text at the first zero unit: so does this.
-  bool escape = false;
-  nxconvert::AppendUTF82UTF16(escape, s + ascii, static_cast<int>(n - ascii) + 1, asciiOnly, !lenient, out);
-  AD_ASSERT_TEXT(escape == false, "endedWithEscape == false", kUnit);
-  out.resize(ascii + Obx_StdString::traits_type::length(out.c_str() + ascii));
-}
-
-// Notes that expat has consumed the input up to the end of the event it
-// reports: the bytes past that are an unfinished token it holds.
-void NoteEvent(IXmlStream* stream, XML_Parser parser) {
-  XmlHelper::Consumed(*stream) =
-      static_cast<long long>(XML_GetCurrentByteIndex(parser)) + XML_GetCurrentByteCount(parser);
-}
-
-// Refuses the tag expat reports when it is longer than the stream allows;
-// true when it did.
-bool TooLong(IXmlStream* stream) {
-  if (XML_GetCurrentByteCount(static_cast<XML_Parser>(XmlHelper::Parser(*stream))) <= XmlHelper::MaxTokenSize(*stream))
-    return false;
-  XmlHelper::Refuse(*stream, nxmsg::kTokenTooLongMsgId, XmlHelper::MaxTokenSize(*stream));
-  return true;
-}
-
-}  // namespace
-
-void XmlHelper::StopParse(IXmlStream* stream) {
-  stream->m_parseStopped = true;
-  XML_StopParser(static_cast<XML_Parser>(stream->m_parser), XML_FALSE);
+void XmlHelper::Install(XML_Parser parser, IXmlStream& stream) {
+  XML_SetElementHandler(parser, STagHandler, ETagHandler);
+  XML_SetCdataSectionHandler(parser, StartCdataHandler, EndCdataHandler);
+  XML_SetCharacterDataHandler(parser, CharDataHandler);
+  // This variant, not the expanding one: what reaches it is refused anyway.
+  XML_SetDefaultHandler(parser, DefaultHandler);
+  XML_SetUserData(parser, &stream);
+  XML_SetDoctypeDeclHandler(parser, StartDoctypeDeclHandler, EndDoctypeDeclHandler);
 }
 
 void XmlHelper::STagHandler(void* userData, const char* name, const char** atts) {
   IXmlStream* stream = StreamOf(userData);
   Guarded(stream, [&] {
     AD_ASSERT_TEXT(stream->m_lastCharDataEndedWithEscape == false,
-                   "stream->m_lastCharDataEndedWithEscape == false", kUnit);
-    NoteEvent(stream, static_cast<XML_Parser>(stream->m_parser));
+                   "stream->m_lastCharDataEndedWithEscape == false", kStreamUnit);
+    NoteEvent(stream);
     if (++stream->m_depth > stream->m_maxElementDepth) {
       // Too deep to read safely: the reader meets the refusal at this tag,
       // and nothing after it is parsed, so a hostile nesting costs no memory.
-      stream->RefuseAndStop(27322, stream->m_maxElementDepth);
+      stream->RefuseAndStop(kTooDeepMsgId, stream->m_maxElementDepth);
       return;
     }
     if (TooLong(stream)) return;
-    QueueTag(stream, new XmlSTag(static_cast<const unsigned short*>(nullptr)), [&](XmlSTag& tag) {
+    QueueTag<XmlSTag>(stream, [&](XmlSTag& tag) {
       DecodeName(name, stream->m_asciiOnly, stream->m_lenientDecoding, tag.m_name.Std());
       int count = 0;
       while (atts[2 * count]) ++count;
@@ -213,11 +123,11 @@ void XmlHelper::ETagHandler(void* userData, const char* name) {
   IXmlStream* stream = StreamOf(userData);
   Guarded(stream, [&] {
     AD_ASSERT_TEXT(stream->m_lastCharDataEndedWithEscape == false,
-                   "stream->m_lastCharDataEndedWithEscape == false", kUnit);
-    NoteEvent(stream, static_cast<XML_Parser>(stream->m_parser));
+                   "stream->m_lastCharDataEndedWithEscape == false", kStreamUnit);
+    NoteEvent(stream);
     --stream->m_depth;
     if (TooLong(stream)) return;
-    QueueTag(stream, new XmlETag(static_cast<const unsigned short*>(nullptr)), [&](XmlETag& tag) {
+    QueueTag<XmlETag>(stream, [&](XmlETag& tag) {
       DecodeName(name, stream->m_asciiOnly, stream->m_lenientDecoding, tag.m_name.Std());
     });
   });
@@ -226,13 +136,13 @@ void XmlHelper::ETagHandler(void* userData, const char* name) {
 void XmlHelper::CharDataHandler(void* userData, const char* s, int len) {
   IXmlStream* stream = StreamOf(userData);
   Guarded(stream, [&] {
-    NoteEvent(stream, static_cast<XML_Parser>(stream->m_parser));
-    std::deque<XmlToken*>& tokens = stream->m_tokens;
+    NoteEvent(stream);
+    XmlTokenQueue& tokens = *stream->m_tokens;
     // Expat splits text at line ends, references and chunk ends; the pieces
     // join the text token still at the tail (an error token is never
     // joined), decoded straight onto its end.
-    XmlCharData* tail = !tokens.empty() && tokens.back()->GetType() == XT_CHARDATA
-                            ? static_cast<XmlCharData*>(tokens.back())
+    XmlCharData* tail = !tokens.Empty() && tokens.Tail()->GetType() == XT_CHARDATA
+                            ? static_cast<XmlCharData*>(tokens.Tail())
                             : nullptr;
     // The line feed that follows a tag belongs to the layout, not to the
     // text. Only a piece starting a new token can begin with it, and a piece
@@ -246,7 +156,7 @@ void XmlHelper::CharDataHandler(void* userData, const char* s, int len) {
       AppendDecoded(strip ? s + 1 : s, static_cast<std::size_t>(strip ? len - 1 : len),
                     stream->m_lastCharDataEndedWithEscape, stream->m_asciiOnly, stream->m_lenientDecoding, out);
     } catch (QmMsgException* e) {
-      AddErrorTokensToStream(e, stream);
+      stream->AddErrorTokensToStream(e);
       return;
     }
     // A text is measured in the bytes of its pieces, summed while it grows.
@@ -258,34 +168,37 @@ void XmlHelper::CharDataHandler(void* userData, const char* s, int len) {
         start = tail->GetLocation();
       else
         stream->m_source->StoreSourceLocation(start);
-      stream->RefuseAndStop(nxmsg::kTokenTooLongMsgId, stream->m_maxTokenSize, &start);
+      stream->RefuseAndStop(kTokenTooLongMsgId, stream->m_maxTokenSize, &start);
       return;
     }
     if (tail) return;
     if (strip) stream->m_newlineStripped = 1;
     if (text.GetLength() == 0) return;
-    XmlCharData* data = new XmlCharData(std::move(text));
+    std::unique_ptr<XmlCharData> data(new XmlCharData(std::move(text)));
     stream->m_source->StoreSourceLocation(data->m_location);
-    tokens.push_back(data);
+    tokens.Push(std::move(data));
   });
 }
 
 void XmlHelper::DefaultHandler(void* userData, const char* s, int len) {
   IXmlStream* stream = StreamOf(userData);
   Guarded(stream, [&] {
-    NoteEvent(stream, static_cast<XML_Parser>(stream->m_parser));
+    NoteEvent(stream);
     // Line breaks between elements are layout; anything else reaching this
-    // handler (declaration, comment, processing instruction) is refused.
+    // handler (declaration, comment, processing instruction) is refused,
+    // raised out of the parse rather than queued.
     if (len > 0 && (s[0] == '\r' || s[0] == '\n')) return;
-    QmMessage message(27308);
+    QmMessage message(kRefusedMarkupMsgId);
     message.SetParam("%_LOCATION_%", stream->RenderCurrentLocation());
-    AdThrowMsgExcept(message, "", kUnit, __LINE__);
+    AdThrowMsgExcept(message, "", kStreamUnit, __LINE__);
   });
 }
 
+// A CDATA section or a document type declaration is a fatal error of the
+// read, not an error token.
 void XmlHelper::RaiseUnreached(void* userData) {
   IXmlStream* stream = StreamOf(userData);
-  Guarded(stream, [] { AdThrowMsgExcept(QmMessage(AdGetHitUnreachedMsgID()), "", kUnit, __LINE__); });
+  Guarded(stream, [] { AdThrowMsgExcept(QmMessage(AdGetHitUnreachedMsgID()), "", kStreamUnit, __LINE__); });
 }
 
 void XmlHelper::StartCdataHandler(void* userData) { RaiseUnreached(userData); }
@@ -294,15 +207,3 @@ void XmlHelper::StartDoctypeDeclHandler(void* userData, const char*, const char*
   RaiseUnreached(userData);
 }
 void XmlHelper::EndDoctypeDeclHandler(void* userData) { RaiseUnreached(userData); }
-
-void XmlHelper::AddErrorTokensToStream(QmMsgException* e, IXmlStream* stream) {
-  AD_ASSERT_TEXT(stream->m_source != nullptr, "stream->m_source != __null", kUnit);
-  Obx_String trailer;
-  trailer.LoadString(27318);
-  trailer.Append(stream->RenderCurrentLocation());
-  Obx_String text;
-  for (int k = 0; k < e->GetMessageCount(); ++k) text.Append(e->GetMessage(k).FullMsg());
-  text.Append(trailer);
-  e->Delete();
-  stream->m_tokens.push_back(new XmlError(text));
-}

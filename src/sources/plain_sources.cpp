@@ -1,3 +1,5 @@
+// The plain byte sources: the base with its locations, a caller's file or
+// string stream, and a list of files read as one input.
 #include <expat.h>
 
 #include <cerrno>
@@ -7,8 +9,9 @@
 #include "sources/location.h"
 #include "xmlstream.h"
 
+using namespace nxmsg;
+
 namespace {
-const char* const kUnit = "xmlstream";
 
 // Reads n bytes from in. A stream that delivers nothing without reaching
 // its end has failed (a directory, an I/O error, a stream that was never
@@ -20,10 +23,10 @@ long ReadOrRaise(std::istream& in, char* buf, long n, const Obx_String& name) {
   const long got = static_cast<long>(in.gcount());
   if (got == 0 && n > 0 && !in.eof()) {
     const int reason = errno;
-    QmMessage message(nxmsg::kCannotReadMsgId);
+    QmMessage message(kCannotReadMsgId);
     message.SetParam("%_ARG1_%", name);
     message.SetParam("%_ARG2_%", Obx_String::FromUtf8(reason ? std::strerror(reason) : "the stream is not readable"));
-    AdThrowMsgExcept(message, "", kUnit, __LINE__);
+    AdThrowMsgExcept(message, "", kStreamUnit, __LINE__);
   }
   return got;
 }
@@ -33,16 +36,11 @@ Obx_String CallersStreamName() { return Obx_String::FromUtf8("(the caller's stre
 }  // namespace
 
 Obx_String RenderSrcLocGeneral(const XmlSourceLocation& loc, bool, const Obx_String& label, const Obx_String& name) {
-  if (!loc.HasBeenSet()) {
-    // The catalogue's text for an unset location is loaded and dropped: an
-    // unset location renders its numbers like a set one.
-    Obx_String unused;
-    unused.LoadString(27321);
-  }
+  // An unset location renders the numbers it holds, like a set one.
   long long line = 0, column = 0, byteIndex = 0;
   loc.Position(line, column, byteIndex);
   Obx_String format;
-  format.LoadString(27310);
+  format.LoadString(kLocationFormatMsgId);
   format.Append(label);
   return Obx_String::Format(format.GetData(), line, column, byteIndex, name);
 }
@@ -109,10 +107,10 @@ long IXmlStreamMultiFileSource::readInternal(char* buf, long n) {
       const int reason = errno;
       delete m_currentFile;
       m_currentFile = nullptr;
-      QmMessage message(nxmsg::kCannotOpenMsgId);
+      QmMessage message(kCannotOpenMsgId);
       message.SetParam("%_ARG1_%", name);
       message.SetParam("%_ARG2_%", Obx_String::FromUtf8(reason ? std::strerror(reason) : "unknown reason"));
-      AdThrowMsgExcept(message, "", kUnit, __LINE__);
+      AdThrowMsgExcept(message, "", kStreamUnit, __LINE__);
     }
     return ReadOrRaise(*m_currentFile, buf, n, name);
   }
@@ -148,14 +146,10 @@ void IXmlStreamMultiFileSource::StoreSourceLocation(XmlSourceLocation& loc) cons
 }
 
 Obx_String IXmlStreamMultiFileSource::RenderSourceLocation(const XmlSourceLocation& loc) const {
-  if (!loc.HasBeenSet()) {
-    Obx_String unused;
-    unused.LoadString(27321);
-  }
   Obx_String label;
-  label.LoadString(27311);
+  label.LoadString(kFileLabelMsgId);
   int fileIndex = 0;
   if (!loc.Index(fileIndex) || fileIndex < 0 || fileIndex >= m_fileNames.GetSize())
-    AdThrowMsgExcept(AdGetBadValue0MsgID(), "IndexIsValid", kUnit, __LINE__);
+    AdThrowMsgExcept(AdGetBadValue0MsgID(), "IndexIsValid", kStreamUnit, __LINE__);
   return RenderSrcLocGeneral(loc, true, label, m_fileNames.GetAt(fileIndex));
 }

@@ -88,6 +88,11 @@ TEST(Images, AssertionsCarryTheirExactTexts) {
   XmlElement mismatched(u"a"), badChild(u"p");
   mismatched.GetETag()(NX_U16(u"ab"));
   badChild.AddSubElement(NX_U16(u""));
+  // A null item (stored by AddSubElement with a null pointer) once made the
+  // UTF-16 image dereference it.
+  XmlElement nullItem(u"n");
+  NXSmartPtr<XmlElement> none;
+  nullItem.AddSubElement(none);
   const char* const names = "AdIsNonEmpty(name)";
   const char* const agree = "AdIsEqualNoCase(m_stag.GetName(), m_etag.GetName())";
   const struct {
@@ -100,6 +105,7 @@ TEST(Images, AssertionsCarryTheirExactTexts) {
       {[&] { XmlSTag(u"a").GetImage(&emptyNames); }, names},
       {[&] { badChild.GetImage(nullptr); }, names},
       {[&] { inlined.GetImage(nullptr); }, "cvrtr != __null"},
+      {[&] { nullItem.GetImage(nullptr); }, "item != __null"},
       {[&] { mismatched.GetImage(nullptr); }, agree},
       {[&] {
          mismatched.AddCharData(u"x");

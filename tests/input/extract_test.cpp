@@ -173,6 +173,7 @@ TEST(Extraction, ConverterRunsOnceEvenForAPushedBackTag) {
   delete next;
   in->SetConverter(nullptr);  // a default one takes its place
   ASSERT_NE(in->GetConverter(), nullptr);
+  in->SetConverter(in->GetConverter());  // the one in place again is kept, not freed
   in->PushXmlToken(new XmlCharData(NX_U16(u"pushed")));
   XmlToken* pushed = in->GetNextToken();
   EXPECT_EQ(Describe(*pushed), "T pushed");
