@@ -178,7 +178,7 @@ class NXXML_API IXmlBufferedStreamSource : public IXmlStreamSource {
   // The smallest size the push-back buffer is first allocated with.
   static const long s_BufferSizeIncr = 500;
 
- private:
+ protected:
   std::unique_ptr<IXmlStreamSource> m_Source;
   int m_BufCount = 0;  // pushed-back bytes not yet read
   int m_BufPtr = 0;    // index of the next unread byte
