@@ -386,8 +386,11 @@ class NXXML_API IXmlDetectStreamSource : public IXmlStreamSource {
   bool HasCodepage() const { return m_codepage != nullptr; }
 
  private:
+  // Releases the packet's memory, mapped from the system.
   struct FreeDeleter {
+    explicit FreeDeleter(std::size_t n = 0) : size(n) {}
     void operator()(char* p) const;
+    std::size_t size;
   };
   std::unique_ptr<IXmlStreamSource> m_source;
   const char* m_readPosition = nullptr;
