@@ -176,7 +176,7 @@ class NXXML_API IXmlBufferedStreamSource : public IXmlStreamSource {
   void PushBackByte();
 
   // The smallest size the push-back buffer is first allocated with.
-  static const long s_BufferSizeIncr = 500;
+  static constexpr long s_BufferSizeIncr = 500;
 
  protected:
   std::unique_ptr<IXmlStreamSource> m_Source;
@@ -251,11 +251,11 @@ class NXXML_API IXmlCleanStreamSource : public IXmlStreamSource {
   // (and possibly more) and leaves the repaired bytes pending.
   virtual void GetUtf8FromSource() = 0;
 
-  static const long DEFAULTBUFSIZE = 128;  // usable bytes of the look-ahead buffer
+  static constexpr long DEFAULTBUFSIZE = 128;  // usable bytes of the look-ahead buffer
   // The buffer is topped up to at least this before a repair step: the
   // longest look-ahead one may need (16 references of 6 bytes).
-  static const long MINBUFSIZE = 96;
-  static const long LIMIT = 256;  // entries of every byte-value table
+  static constexpr long MINBUFSIZE = 96;
+  static constexpr long LIMIT = 256;  // entries of every byte-value table
   // The bytes a well-formed packet writes as references (TAB, LF, CR, ",
   // &, ', <, >): their references are left as they are.
   static std::vector<bool> s_xmlByteCharsToEscape;
