@@ -7,6 +7,7 @@
 #include <fstream>
 #include <memory>
 #include <sstream>
+#include <vector>
 
 #include "nxcharsets.h"
 #include "nxfiles.h"
@@ -147,6 +148,275 @@ class NXXML_API IXmlStreamMultiFileSource : public IXmlStreamSource {
 // A new string source over in; the caller owns the result.
 NXXML_API IXmlStreamSource* XmlStringSourceFactory(std::istringstream& in);
 
+// ---------------------------------------------------------------------------
+// Look-ahead: bytes taken one at a time or a line at a time, and put back
+// in front of the input for the next reader (typically the input stream).
+
+class NXXML_API IXmlBufferedStreamSource : public IXmlStreamSource {
+ public:
+  // Takes ownership of source (not null, not this object); on a raise it
+  // is left to the caller.
+  explicit IXmlBufferedStreamSource(IXmlStreamSource* source);
+  ~IXmlBufferedStreamSource() override;
+  // False while pushed-back bytes are unread.
+  bool eof() override;
+  // Pushed-back bytes first, then the wrapped source's.
+  long read(char* buf, long n) override;
+  // Locations are the wrapped source's.
+  void StoreSourceLocation(XmlSourceLocation& loc) const override;
+  void SetXmlParser(void* parser) override;
+
+  // The next byte (bytes above 127 come back negative); 0 at the end.
+  char NextByte();
+  // The next line as text, without its line feed; ASCII only.
+  Obx_String NextLine();
+  // Puts n bytes in front of the unread ones, in their order.
+  void PushBack(char* bytes, long n);
+  // Un-reads the last byte taken from the push-back buffer.
+  void PushBackByte();
+
+  // The smallest size the push-back buffer is first allocated with.
+  static constexpr long s_BufferSizeIncr = 500;
+
+ protected:
+  std::unique_ptr<IXmlStreamSource> m_Source;
+  int m_BufCount = 0;  // pushed-back bytes not yet read
+  int m_BufPtr = 0;    // index of the next unread byte
+  int m_BufSize = 0;   // allocated size of m_Buf
+  std::unique_ptr<char[]> m_Buf;
+};
+
+// ---------------------------------------------------------------------------
+// Repairing sources: packets of older versions of the application are not
+// well-formed XML. A repairing source reads such a packet (the dirty
+// stream) through a small look-ahead buffer, lets acceptable bytes pass in
+// runs and hands every other byte to its format's repair step, so that
+// expat sees well-formed UTF-8. A packet that breaks its format's rules is
+// not guessed at: the read stops with the exception of the broken rule,
+// carrying a second message with the place in the packet (27326). Bytes
+// repaired before the failure are delivered first; the failure is raised by
+// the read that would have gone past it.
+
+// Packet formats, by the version of the application that wrote them.
+enum AdRelayPacketVersion_t {
+  eRelayPacketVersionOM = 2,       // code-page bytes as decimal references
+  eRelayPacketVersionOMSR1 = 3,    // raw control characters, hexadecimal references
+  eRelayPacketVersionFormat4 = 4,  // UTF-8 with controls as U+F801..U+F81F
+  eRelayPacketVersionCurrent = 5,  // this and every later version: no repair
+};
+
+// The look-ahead buffer of a repairing source: DEFAULTBUFSIZE usable bytes
+// and a zero always written after the data, so that the data can be read
+// by routines that stop at a zero.
+class NXXML_API ByteBuffer {
+ public:
+  explicit ByteBuffer(long size);
+  ~ByteBuffer();
+  ByteBuffer(const ByteBuffer&) = delete;
+  ByteBuffer& operator=(const ByteBuffer&) = delete;
+
+  // Moves the data to the start and tops it up from source; returns the
+  // number of bytes added.
+  long FillBuffer(IXmlStreamSource* source);
+  long DataSize() const { return static_cast<long>(m_pDataEnd - m_pDataStart); }
+  const char* Data() const { return m_pDataStart; }
+  // The first unconsumed byte; there must be one.
+  unsigned char CurrentByte() const;
+  // The byte offset bytes into the data; it must be there.
+  unsigned char ByteAt(long offset) const;
+  // Drops the first n bytes of the data (0 < n <= DataSize()).
+  void ConsumeBytes(long n);
+
+ private:
+  char* m_pBufStart;   // the storage (owned), one byte longer than usable
+  char* m_pBufEnd;     // end of the usable storage
+  char* m_pDataStart;  // first unconsumed byte
+  char* m_pDataEnd;    // one past the last byte read
+};
+
+// The shared machinery of the repairing sources; each format supplies its
+// pass-through table and its repair step.
+class NXXML_API IXmlCleanStreamSource : public IXmlStreamSource {
+ public:
+  // Takes ownership of pDirty (not null).
+  explicit IXmlCleanStreamSource(IXmlStreamSource* pDirty);
+  ~IXmlCleanStreamSource() override;
+  // False while repaired bytes are pending or the buffer holds data.
+  bool eof() override;
+  long read(char* pOutput, long bytes) override;
+  // Locations are the dirty stream's (the parser reads that).
+  void StoreSourceLocation(XmlSourceLocation& loc) const override;
+  void SetXmlParser(void* parser) override;
+  // The format's repair step: consumes the byte at the buffer's start
+  // (and possibly more) and leaves the repaired bytes pending.
+  virtual void GetUtf8FromSource() = 0;
+
+  static constexpr long DEFAULTBUFSIZE = 128;  // usable bytes of the look-ahead buffer
+  // The buffer is topped up to at least this before a repair step: the
+  // longest look-ahead one may need (16 references of 6 bytes).
+  static constexpr long MINBUFSIZE = 96;
+  static constexpr long LIMIT = 256;  // entries of every byte-value table
+  // The bytes a well-formed packet writes as references (TAB, LF, CR, ",
+  // &, ', <, >): their references are left as they are.
+  static std::vector<bool> s_xmlByteCharsToEscape;
+
+ protected:
+  // Copies the leading run of pass-through bytes; returns its length.
+  long CopyNormal(char* pOutput, long outputBytes);
+  // The numeric reference ("&#" digits ";" or "&#x" hex digits ";") offset
+  // bytes into the data: its length, or 0 when there is none (or its value
+  // is above 255).
+  long ParseNumericCharRef(long offset, unsigned char& value, bool& isHex);
+  // Whether the data starts with str (at most MINBUFSIZE bytes).
+  bool LookingAt(const char* str);
+  // Passes the current byte on unchanged.
+  void OutputCurrentByte();
+  // Converts count bytes of the locale's code page to pending UTF-8 (with
+  // the control-character escape) and consumes bytesToConsume input bytes.
+  void ACP2UTF8(char* bytes, int count, int bytesToConsume);
+  // Consumes n bytes of the buffer, keeping the place in the packet.
+  void Consume(long n);
+
+  std::unique_ptr<IXmlStreamSource> m_pDirtyStream;
+  std::unique_ptr<ByteBuffer> m_buffer;
+  const std::vector<bool>* m_passThrough = nullptr;  // true: the byte passes unchanged
+  int m_utf8CharSize = 0;   // pending repaired bytes
+  int m_utf8CharIndex = 0;  // the next pending byte to deliver
+  char m_utf8Char[8];       // the repaired bytes of one repair step
+
+ private:
+  // The repair step, with the place in the packet added to its failure.
+  void Repair();
+  // Hands out a failure kept from the previous read.
+  void RaiseDeferred();
+
+  // A failure met after bytes were delivered: raised by the next read.
+  QmMsgException* m_deferred = nullptr;
+  // The place in the packet of the buffer's first byte.
+  long long m_line = 1;
+  long long m_column = 0;
+  long long m_byteIndex = 0;
+  // The last code-page conversion, reused while the same bytes repeat.
+  struct ConversionCache;
+  std::unique_ptr<ConversionCache> m_cache;
+};
+
+// The OM format: every byte of a code-page character above ASCII, and the
+// eight special bytes, written as decimal references of the byte. The bytes
+// of a character are joined again (mblen in the process's locale) and
+// converted from the locale's code page.
+class NXXML_API IXmlCleanStreamSourceOM : public IXmlCleanStreamSource {
+ public:
+  explicit IXmlCleanStreamSourceOM(IXmlStreamSource* pDirty);
+  ~IXmlCleanStreamSourceOM() override;
+  void GetUtf8FromSource() override;
+  // Whether the reference offset bytes into the data is a code-page byte to
+  // convert (false: a special byte, left as it is).
+  bool NeedOMDecimalNCR(long offset, unsigned char& value, long& length);
+
+  static std::vector<bool> s_passThroughInOM;
+};
+
+// The OMSR1 format: UTF-8 text with raw control characters and the special
+// bytes as hexadecimal references or named entities. Controls are converted
+// to the escaped form; every "&" is checked.
+class NXXML_API IXmlCleanStreamSourceOMSR1 : public IXmlCleanStreamSource {
+ public:
+  explicit IXmlCleanStreamSourceOMSR1(IXmlStreamSource* pDirty);
+  ~IXmlCleanStreamSourceOMSR1() override;
+  void GetUtf8FromSource() override;
+
+  static std::vector<bool> s_passThroughInOMSR1;
+};
+
+// Format 4: UTF-8 with a control character c written as U+F800 + c and
+// U+F800 as itself; the escape mark is put in front of each.
+class NXXML_API IXmlCleanStreamSourceFmt4 : public IXmlCleanStreamSource {
+ public:
+  explicit IXmlCleanStreamSourceFmt4(IXmlStreamSource* pDirty);
+  ~IXmlCleanStreamSourceFmt4() override;
+  void GetUtf8FromSource() override;
+
+  static std::vector<bool> s_passThroughInFmt4;
+};
+
+// One character of UTF-8 decoded by the safe rules repairing has always
+// used: s[i] a lead byte, i moved past what was read. An illegal, overlong,
+// surrogate or out-of-range sequence gives a negative value with i moved
+// past the trail bytes that are there, so that expat judges them.
+NXXML_API int XmlDecodeUtf8Safe(const unsigned char* s, int& i, int length);
+
+// ---------------------------------------------------------------------------
+// Format detection.
+
+// What the bytes of a packet of unknown format look like.
+enum DetectType_t {
+  eDetectedTypePlain = 0,      // ASCII text, no character reference: nothing to repair
+  eDetectedTypeAmbiguous = 1,  // ASCII and well-formed UTF-8: UTF-8 or code-page text
+  eDetectedTypeInvalid = 2,    // contradictory or broken signs
+  eDetectedTypeOM = 3,         // decimal references of bytes, bytes above 127 not UTF-8
+  eDetectedTypeSR1 = 4,        // hexadecimal references, named entities, raw controls
+};
+
+// Holds a whole packet in memory, classifies it, and then serves its bytes.
+class NXXML_API IXmlDetectStreamSource : public IXmlStreamSource {
+ public:
+  // Takes ownership of source. codepage >= 0 asks for the hidden-corruption
+  // check against that code page.
+  IXmlDetectStreamSource(IXmlStreamSource* source, long codepage);
+  ~IXmlDetectStreamSource() override;
+  bool eof() override;
+  long read(char* buf, long n) override;
+  void StoreSourceLocation(XmlSourceLocation& loc) const override;
+  void SetXmlParser(void* parser) override;
+
+  // Reads the whole packet, at most maxBytes; raises "m_source->eof()" for
+  // a longer one.
+  void Load(long maxBytes);
+  // Scans the packet and sets the type (and the flags).
+  void DetectType();
+  // At "&": how far the scan moves on, having judged the reference.
+  long ParseCharacterReference();
+  // Whether the packet's non-plain bytes convert with the code page at all.
+  void SearchForHiddenCorruption();
+
+  DetectType_t GetType() const { return m_type; }
+  int GetNonAscii() const { return m_nonAscii; }
+  int GetCorrupt() const { return m_corrupt; }
+  bool HasCodepage() const { return m_codepage != nullptr; }
+
+ private:
+  // Releases the packet's memory, mapped from the system.
+  struct FreeDeleter {
+    explicit FreeDeleter(std::size_t n = 0) : size(n) {}
+    void operator()(char* p) const;
+    std::size_t size;
+  };
+  std::unique_ptr<IXmlStreamSource> m_source;
+  const char* m_readPosition = nullptr;
+  std::unique_ptr<char, FreeDeleter> m_data;
+  const char* m_current_byte = nullptr;
+  const char* m_dataEnd = nullptr;
+  DetectType_t m_type = eDetectedTypePlain;
+  std::unique_ptr<long> m_codepage;
+  int m_nonAscii = 0;
+  int m_corrupt = 0;
+  std::vector<unsigned char> m_codepageBytes;  // kept only when a code page is given
+  std::vector<unsigned char> m_utf8Bytes;
+};
+
+// A detecting source over source (owned), filled and classified; type and,
+// for codepage >= 1, the two flags are set. The caller owns the result.
+NXXML_API IXmlStreamSource* XmlDetectStreamSourceFactory(IXmlStreamSource* source, long maxBytes, long codepage,
+                                                         DetectType_t& type, int& nonAscii, int& corrupt);
+// The source to parse a packet of unknown format from: detected, then
+// repaired as OM or OMSR1, or served as it is when plain. An ambiguous or
+// invalid packet is refused. Takes ownership of pDirty.
+NXXML_API IXmlStreamSource* XmlDetectAndCleanStream(IXmlStreamSource* pDirty, unsigned int maxBytes);
+// The repairing source of a packet version over pDirty (owned), or pDirty
+// itself for a current version.
+NXXML_API IXmlStreamSource* XmlCleanStreamSourceFactory(IXmlStreamSource* pDirty, AdRelayPacketVersion_t version);
+
 // ===========================================================================
 // The input stream.
 
@@ -225,6 +495,9 @@ class NXXML_API IXmlStream {
   // Replaces (and owns) the converter; null installs a default one.
   void SetConverter(XmlConverter* converter);
   XmlConverter* GetConverter() const { return m_converter.get(); }
+  // Puts the repairing source of a packet version in front of the source,
+  // before the first read; a stream already repairing is refused.
+  void CleanSource(AdRelayPacketVersion_t version);
 
   // The head token's type, XT_EOF at the end of the input.
   XmlToken_t GetNextTokenType();

@@ -43,6 +43,7 @@ const CatalogueEntry kCatalogue[] = {
     {27323, "Cannot read the input %_ARG1_%: %_ARG2_%."},
     {27324, "A tag or text is longer than the limit of %_ARG1_% bytes at %_LOCATION_%."},
     {27325, "The input ends inside %_ARG1_% open element(s) at %_LOCATION_%."},
+    {27326, "The old packet cannot be repaired at %_LOCATION_%."},
 };
 
 }  // namespace

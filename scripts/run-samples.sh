@@ -15,3 +15,11 @@ out=$(mktemp -d)
 trap 'rm -rf "$out"' EXIT
 "$nxxml" copy packet.xml -o "$out/packet.xml" --max-size 256
 "$nxxml" check --joined "$out"/packet.xml*
+# Old packets: classified, then repaired into current UTF-8 XML.
+"$nxxml" detect legacy/packet-om-gbk.xml legacy/packet-om-cp1252.xml legacy/packet-omsr1.xml legacy/packet-fmt4.xml
+"$nxxml" detect --codepage 1252 legacy/packet-om-cp1252.xml
+"$nxxml" clean --locale zh_CN.GBK legacy/packet-om-gbk.xml
+"$nxxml" clean --locale en_US.CP1252 legacy/packet-om-cp1252.xml
+"$nxxml" clean legacy/packet-omsr1.xml
+"$nxxml" clean --format 4 legacy/packet-fmt4.xml
+"$nxxml" tokens --format 4 legacy/packet-fmt4.xml

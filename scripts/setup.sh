@@ -3,7 +3,7 @@
 # Quick when everything is there: apt is only asked when a package is absent.
 set -euo pipefail
 packages=(g++ cmake ninja-build pkg-config libexpat1-dev libicu-dev libgtest-dev libgmock-dev
-          libbenchmark-dev libcli11-dev nlohmann-json3-dev libxml2-dev clang-14 libclang-rt-14-dev)
+          libbenchmark-dev libcli11-dev nlohmann-json3-dev libxml2-dev clang-14 libclang-rt-14-dev locales)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
@@ -17,3 +17,13 @@ if ((${#missing[@]})); then
   apt-get update -qq
   apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 fi
+# Old packets are in the code page of the process's locale: the tests need
+# a double-byte code page whose trail bytes can be ASCII, and a Windows
+# single-byte one.
+for spec in zh_CN:GBK en_US:CP1252; do
+  name=${spec%%:*}.${spec##*:}
+  if ! locale -a 2>/dev/null | grep -qix "${name//-/}"; then
+    echo "setup: generating the locale $name"
+    localedef -i "${spec%%:*}" -f "${spec##*:}" "$name"
+  fi
+done

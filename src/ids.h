@@ -45,5 +45,6 @@ inline constexpr long kEncodedNothingMsgId = 27319;  // an encoding produced no 
 inline constexpr long kStreamNotReadyMsgId = 27303;  // a caller's file stream is not good
 inline constexpr long kCannotCreateMsgId = 27304;    // the first file of a series: %_ARG1_% name, %_ARG2_% reason
 inline constexpr long kWriteFailedMsgId = 27320;     // a write to a file failed
+inline constexpr long kCannotRepairMsgId = 27326;  // added to a failed repair of an old packet: %_LOCATION_% in the packet
 
 }  // namespace nxmsg

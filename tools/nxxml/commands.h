@@ -21,13 +21,26 @@ enum : long { kCannotOpenMsgId = 27309, kCannotReadMsgId = 27323 };
 struct InputError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
+// A packet the tool refuses before reading it: larger than --max-bytes, or
+// of a format that cannot be told (exit 1).
+struct PacketRefused : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
 // The system's text for an errno value.
 std::string Reason(int error);
 // A byte count with an optional K, M or G (powers of 1024), below 2G.
 bool ParseSize(const std::string& text, long long& size);
 
+// The largest packet read whole for detection, unless --max-bytes says.
+const long long kDefaultMaxBytes = 256LL << 20;
+
 // The input options every reading command takes.
 struct InputOptions {
+  // The packet format: "5" a current packet; "2", "3", "4" an old format
+  // repaired on the fly; "auto" detected (the packet read whole, up to
+  // maxBytes).
+  std::string format = "5";
+  long long maxBytes = kDefaultMaxBytes;
   bool embedded = false;
   bool lenient = false;
   bool joined = false;
@@ -37,7 +50,14 @@ struct InputOptions {
   bool requireElement = true;
   std::vector<std::string> files;
 };
-void AddInputOptions(CLI::App& command, InputOptions& options);
+// Registers the input options; cleaning (nxxml clean) defaults to --format
+// auto and takes only the formats that repair.
+void AddInputOptions(CLI::App& command, InputOptions& options, bool cleaning = false);
+// --locale NAME: the process's locale for code pages, set as it is parsed;
+// a locale that does not exist is a usage error.
+void AddLocaleOption(CLI::App& command);
+// --max-bytes SIZE into size.
+void AddMaxBytesOption(CLI::App& command, long long& size);
 
 // One input to read: a file, standard input ("-"), or with --joined all
 // files as one.
@@ -47,10 +67,36 @@ struct Input {
 };
 // The inputs named by the options; false (and why, printed) for a usage error.
 bool ResolveInputs(const InputOptions& options, std::vector<Input>& inputs);
-// A stream over the input; raises InputError when the file cannot be
-// opened or is a folder. With progress, every byte read is counted there.
+// A stream over the input in its format; raises InputError when the file
+// cannot be opened or is a folder, PacketRefused when detection refuses it.
 std::unique_ptr<IXmlStream> OpenInput(const Input& input, const InputOptions& options,
                                       std::unique_ptr<std::ifstream>& keepAlive, Progress* progress = nullptr);
+// The source of one input: a file, standard input, or files joined; raises
+// InputError when a file cannot be opened or is a folder.
+IXmlStreamSource* OpenSource(const Input& input, bool joined, std::unique_ptr<std::ifstream>& keepAlive);
+// A source that counts the bytes it hands on, so that a refusal for size
+// can be told from other failures.
+class CountingSource : public IXmlStreamSource {
+ public:
+  CountingSource(IXmlStreamSource* source, long long& count) : m_source(source), m_count(count) {}
+  bool eof() override { return m_source->eof(); }
+  long read(char* buf, long n) override {
+    const long got = m_source->read(buf, n);
+    if (got > 0) m_count += got;
+    return got;
+  }
+  void StoreSourceLocation(XmlSourceLocation& loc) const override { m_source->StoreSourceLocation(loc); }
+  void SetXmlParser(void* parser) override {
+    m_parser = parser;
+    m_source->SetXmlParser(parser);
+  }
+
+ private:
+  std::unique_ptr<IXmlStreamSource> m_source;
+  long long& m_count;
+};
+// What to say of a packet larger than maxBytes.
+std::string TooLarge(long long maxBytes);
 
 // Reads tokens to the end of the input (in embedded mode if asked), has the
 // stream judge the end, and checks that every element was closed; calls
@@ -67,6 +113,8 @@ bool StandardOutputFailed(std::string& error);
 
 // nxxml copy: the inputs' tokens to standard output or to a file series.
 struct CopyOptions {
+  // The command as messages name it: copy or clean.
+  std::string command = "copy";
   InputOptions input;
   std::string output;
   std::string maxSize;
@@ -74,7 +122,7 @@ struct CopyOptions {
   bool allowOverflow = false;
   bool force = false;
 };
-void AddCopyOptions(CLI::App& command, CopyOptions& options);
+void AddCopyOptions(CLI::App& command, CopyOptions& options, bool cleaning = false);
 // Makes ready to write the series OUT, OUT_2, ...: refuses (printing why,
 // as command) when an input is one of its files, or when files of an
 // earlier series exist, unless force, which removes the old series
@@ -91,3 +139,14 @@ int ReadEachInput(const InputOptions& options, const std::function<void(const Xm
 int RunCheck(const InputOptions& options);
 int RunCopy(const CopyOptions& options);
 int RunTokens(InputOptions options);
+
+// nxxml detect: the detected type of each file as JSON Lines.
+struct DetectOptions {
+  long codepage = -1;
+  long long maxBytes = kDefaultMaxBytes;
+  std::vector<std::string> files;
+};
+void AddDetectOptions(CLI::App& command, DetectOptions& options);
+int RunDetect(const DetectOptions& options);
+// nxxml clean: copy with the format detected by default.
+int RunClean(const CopyOptions& options);

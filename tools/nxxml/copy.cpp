@@ -133,8 +133,9 @@ bool PrepareSeries(const std::string& out, bool force, const std::vector<std::st
   return true;
 }
 
-void AddCopyOptions(CLI::App& command, CopyOptions& options) {
-  AddInputOptions(command, options.input);
+void AddCopyOptions(CLI::App& command, CopyOptions& options, bool cleaning) {
+  if (cleaning) options.command = "clean";
+  AddInputOptions(command, options.input, cleaning);
   command.add_option("-o,--output", options.output, "Write the files OUT, OUT_2, ... instead of standard output");
   command.add_option("--max-size", options.maxSize, "Bytes a file (or standard output) may take; K, M, G suffixes");
   CLI::Option* files = command.add_option("--max-files", options.maxFiles, "Number of files allowed (0: any)");
@@ -154,13 +155,13 @@ void AddCopyOptions(CLI::App& command, CopyOptions& options) {
 int RunCopy(const CopyOptions& options) {
   long long maxSize = 0;
   if (!options.maxSize.empty() && !ParseSize(options.maxSize, maxSize)) {
-    std::cerr << "nxxml copy: --max-size takes a number below 2G with an optional K, M or G: " << options.maxSize
+    std::cerr << "nxxml " << options.command << ": --max-size takes a number below 2G with an optional K, M or G: " << options.maxSize
               << "\n";
     return kExitUsage;
   }
   std::vector<Input> inputs;
   if (!ResolveInputs(options.input, inputs)) return kExitUsage;
-  if (!options.output.empty() && !PrepareSeries(options.output, options.force, options.input.files, "copy"))
+  if (!options.output.empty() && !PrepareSeries(options.output, options.force, options.input.files, options.command))
     return kExitUsage;
 
   std::unique_ptr<OXmlStream> out;
@@ -170,7 +171,7 @@ int RunCopy(const CopyOptions& options) {
     else
       out.reset(new OXmlStream(Obx_String::FromUtf8(options.output.c_str()), maxSize, options.maxFiles));
   } catch (QmMsgException* e) {
-    std::cerr << "nxxml copy: " << DescribeAndDelete(e) << "\n";
+    std::cerr << "nxxml " << options.command << ": " << DescribeAndDelete(e) << "\n";
     return kExitBad;
   }
   out->SetAllowOverflow(options.allowOverflow ? 1 : 0);
@@ -188,6 +189,8 @@ int RunCopy(const CopyOptions& options) {
       error = DescribeAndDelete(e);
     } catch (const InputError& e) {
       status = kExitUsage;
+      error = e.what();
+    } catch (const PacketRefused& e) {
       error = e.what();
     } catch (XmlException* e) {
       e->Delete();
@@ -215,11 +218,11 @@ int RunCopy(const CopyOptions& options) {
   }
   if (!failure.empty()) {
     std::cout.flush();
-    std::cerr << "nxxml copy: " << failure << "\n";
+    std::cerr << "nxxml " << options.command << ": " << failure << "\n";
     return status;
   }
   if (StandardOutputFailed(writeError)) {
-    std::cerr << "nxxml copy: " << writeError << "\n";
+    std::cerr << "nxxml " << options.command << ": " << writeError << "\n";
     return kExitBad;
   }
   return kExitOk;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <clocale>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -54,7 +55,7 @@ bool ParseSize(const std::string& text, long long& size) {
   return true;
 }
 
-void AddInputOptions(CLI::App& command, InputOptions& options) {
+void AddInputOptions(CLI::App& command, InputOptions& options, bool cleaning) {
   command.add_flag("--embedded", options.embedded, "Read in embedded element mode (any number of top-level elements)");
   command.add_flag("--lenient", options.lenient, "Substitute malformed UTF-8 instead of failing");
   command.add_flag("--joined", options.joined, "Read all FILEs, in order, as one input");
@@ -68,6 +69,45 @@ void AddInputOptions(CLI::App& command, InputOptions& options) {
           },
           "Largest name, attribute value or text accepted (default 256M); K, M, G suffixes")
       ->type_name("SIZE");
+  if (cleaning) options.format = "auto";
+  command
+      .add_option("--format", options.format,
+                  cleaning ? "Packet format: auto (detected; the default), 2 (OM), 3 (OMSR1), 4"
+                           : "Packet format: 5 (current; the default), 2 (OM), 3 (OMSR1), 4 repaired as read, "
+                             "or auto (detected, then repaired)")
+      ->check(cleaning ? CLI::IsMember({"auto", "2", "3", "4"}) : CLI::IsMember({"auto", "2", "3", "4", "5"}))
+      ->type_name("FORMAT");
+  AddMaxBytesOption(command, options.maxBytes);
+  AddLocaleOption(command);
+}
+
+void AddMaxBytesOption(CLI::App& command, long long& size) {
+  command
+      .add_option_function<std::string>(
+          "--max-bytes",
+          [&size](const std::string& text) {
+            if (!ParseSize(text, size))
+              throw CLI::ValidationError("--max-bytes", "takes a number below 2G with an optional K, M or G");
+          },
+          "Largest packet read whole to detect its format (default 256M); K, M, G suffixes")
+      ->type_name("SIZE");
+}
+
+void AddLocaleOption(CLI::App& command) {
+  command
+      .add_option_function<std::string>(
+          "--locale",
+          [](const std::string& name) {
+            if (!std::setlocale(LC_ALL, name.c_str()))
+              throw CLI::ValidationError("--locale", "no such locale: " + name);
+          },
+          "Locale whose code page old packets are in (default: the environment's)")
+      ->type_name("NAME");
+}
+
+std::string TooLarge(long long maxBytes) {
+  return "the packet is larger than --max-bytes (" + std::to_string(maxBytes) +
+         " bytes), the most that is read whole to detect its format";
 }
 
 bool ResolveInputs(const InputOptions& options, std::vector<Input>& inputs) {
@@ -86,31 +126,57 @@ bool ResolveInputs(const InputOptions& options, std::vector<Input>& inputs) {
   return true;
 }
 
-std::unique_ptr<IXmlStream> OpenInput(const Input& input, const InputOptions& options,
-                                      std::unique_ptr<std::ifstream>& keepAlive, Progress* progress) {
-  // The stream takes the source; counted when progress is asked for.
-  const auto over = [&](IXmlStreamSource* source) {
-    if (progress) source = new ProgressSource(source, *progress);
-    return new IXmlStream(source, false, options.lenient);
-  };
-  std::unique_ptr<IXmlStream> stream;
-  if (input.files.size() == 1 && input.files[0] == "-") {
-    stream.reset(over(new IstreamSource(std::cin)));
-  } else if (options.joined) {
+IXmlStreamSource* OpenSource(const Input& input, bool joined, std::unique_ptr<std::ifstream>& keepAlive) {
+  if (input.files.size() == 1 && input.files[0] == "-") return new IstreamSource(std::cin);
+  if (joined) {
     CStringArray names;
     for (const std::string& file : input.files) names.Add(Obx_String::FromUtf8(file.c_str()));
-    stream.reset(over(new IXmlStreamMultiFileSource(names)));
-  } else {
-    const std::string& name = input.files[0];
-    errno = 0;
-    keepAlive.reset(new std::ifstream(name, std::ios::binary));
-    if (!keepAlive->good()) throw InputError("cannot open: " + Reason(errno));
-    // A folder opens like a file and fails only when read.
-    struct stat info;
-    if (::stat(name.c_str(), &info) == 0 && S_ISDIR(info.st_mode))
-      throw InputError("cannot read: " + Reason(EISDIR));
-    stream.reset(over(new IXmlStreamFileSource(*keepAlive)));
+    return new IXmlStreamMultiFileSource(names);
   }
+  const std::string& name = input.files[0];
+  errno = 0;
+  keepAlive.reset(new std::ifstream(name, std::ios::binary));
+  if (!keepAlive->good()) throw InputError("cannot open: " + Reason(errno));
+  // A folder opens like a file and fails only when read.
+  struct stat info;
+  if (::stat(name.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) throw InputError("cannot read: " + Reason(EISDIR));
+  return new IXmlStreamFileSource(*keepAlive);
+}
+
+namespace {
+
+// The packet read whole, detected, and repaired by what it is.
+IXmlStreamSource* DetectAndClean(IXmlStreamSource* source, long long maxBytes) {
+  long long delivered = 0;
+  try {
+    return XmlDetectAndCleanStream(new CountingSource(source, delivered), static_cast<unsigned int>(maxBytes));
+  } catch (QmMsgException* e) {
+    if (delivered > maxBytes) {
+      e->Delete();
+      throw PacketRefused(TooLarge(maxBytes));
+    }
+    const std::string text = e->GetText().ToUtf8();
+    if (text == "pType != eDetectedTypeAmbiguous")
+      throw PacketRefused("the packet's format cannot be told: its bytes are ASCII and UTF-8 only, which may be "
+                          "UTF-8 or code-page text (give --format): " + DescribeAndDelete(e));
+    if (text == "pType != eDetectedTypeInvalid")
+      throw PacketRefused("the packet is of no known format: its bytes show contradictory or broken signs: " +
+                          DescribeAndDelete(e));
+    throw;
+  }
+}
+
+}  // namespace
+
+std::unique_ptr<IXmlStream> OpenInput(const Input& input, const InputOptions& options,
+                                      std::unique_ptr<std::ifstream>& keepAlive, Progress* progress) {
+  IXmlStreamSource* source = OpenSource(input, options.joined, keepAlive);
+  // Counted as read from the input, before any repair changes its size.
+  if (progress) source = new ProgressSource(source, *progress);
+  if (options.format == "auto") source = DetectAndClean(source, options.maxBytes);
+  std::unique_ptr<IXmlStream> stream(new IXmlStream(source, false, options.lenient));
+  if (options.format != "auto" && options.format != "5")
+    stream->CleanSource(static_cast<AdRelayPacketVersion_t>(std::stoi(options.format)));
   return stream;
 }
 
@@ -188,6 +254,8 @@ int ReadEachInput(const InputOptions& options, const std::function<void(const Xm
       error = DescribeAndDelete(e);
     } catch (const InputError& e) {
       inputStatus = kExitUsage;
+      error = e.what();
+    } catch (const PacketRefused& e) {
       error = e.what();
     }
     if (error.empty()) {

@@ -2,12 +2,16 @@
 // the public interface of libnxxmlparser.
 #include <CLI/CLI.hpp>
 
+#include <clocale>
 #include <iostream>
 
 #include "commands.h"
 #include "xmlstream.h"
 
 int main(int argc, char** argv) {
+  // Old packets are in the code page of the locale: the environment's,
+  // unless --locale names another.
+  std::setlocale(LC_ALL, "");
   CLI::App app{"nxxml: check, inspect, detect, repair and re-emit XML packets"};
   app.set_version_flag("--version", std::string("nxxml ") + NxXmlGetVersionInfo());
   app.require_subcommand(0, 1);
@@ -25,6 +29,16 @@ int main(int argc, char** argv) {
       "copy", "Copy every token of the input to standard output, or to the files OUT, OUT_2, ... cut at --max-size");
   AddCopyOptions(*copy, copyOptions);
 
+  DetectOptions detectOptions;
+  CLI::App* detect = app.add_subcommand(
+      "detect", "Classify each packet as plain, ambiguous, invalid, om or sr1; print JSON Lines");
+  AddDetectOptions(*detect, detectOptions);
+
+  CopyOptions cleanOptions;
+  CLI::App* clean = app.add_subcommand(
+      "clean", "Repair a packet of an old format (detected by default) into well-formed UTF-8 XML, like copy");
+  AddCopyOptions(*clean, cleanOptions, true);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -35,6 +49,8 @@ int main(int argc, char** argv) {
   if (check->parsed()) return RunCheck(checkOptions);
   if (tokens->parsed()) return RunTokens(tokensOptions);
   if (copy->parsed()) return RunCopy(copyOptions);
+  if (detect->parsed()) return RunDetect(detectOptions);
+  if (clean->parsed()) return RunClean(cleanOptions);
   std::cout << app.help();
   return 0;
 }
