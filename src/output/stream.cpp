@@ -3,7 +3,6 @@
 // result.
 #include <cstring>
 
-#include "content/render.h"
 #include "ids.h"
 #include "output/utf8_sink.h"
 #include "xmlstream.h"
@@ -20,24 +19,6 @@ void OXmlStream::write(const unsigned short* wideChars, long n) {
   const std::size_t length = static_cast<std::size_t>(n < 1 ? _tcslen(wideChars) : n);
   Utf8Sink sink(m_buffer, m_bufferCapacity, m_escapeControlChars);
   sink.Text(wideChars, length, XmlEscape::RAW);
-  sink.Finish();
-  write_internal(sink.Data(), static_cast<long>(sink.Size()));
-}
-
-void OXmlStream::WriteImage(const XmlToken& token, Image how) {
-  Utf8Sink sink(m_buffer, m_bufferCapacity, m_escapeControlChars);
-  ImageRender<Utf8Sink> render(sink, m_converter);
-  switch (how) {
-    case END_TAG:
-      render.ETag(static_cast<const XmlETag&>(token));
-      break;
-    case START_TAG:
-      render.STag(static_cast<const XmlSTag&>(token), ">", 1);
-      break;
-    default:
-      render.Token(token);
-      break;
-  }
   sink.Finish();
   write_internal(sink.Data(), static_cast<long>(sink.Size()));
 }

@@ -1,5 +1,7 @@
-// The UTF-8 sink of the images: escaping, the control-character escape and
-// UTF-8 encoding in one pass.
+// Writing images as UTF-8: the sink that escapes, applies the
+// control-character escape and encodes in one pass, and the output stream's
+// WriteImage, which renders a token into it. The two share this unit so that
+// the renderer's calls into the sink are inlined and specialised.
 #include "output/utf8_sink.h"
 
 #include <cstdlib>
@@ -10,6 +12,7 @@
 #include <emmintrin.h>
 #endif
 
+#include "content/render.h"
 #include "ids.h"
 
 namespace {
@@ -197,3 +200,20 @@ void Utf8Sink::Text(const unsigned short* units, std::size_t n, XmlEscape escape
   m_size = static_cast<std::size_t>(o - m_buffer);
 }
 
+void OXmlStream::WriteImage(const XmlToken& token, Image how) {
+  Utf8Sink sink(m_buffer, m_bufferCapacity, m_escapeControlChars);
+  ImageRender<Utf8Sink> render(sink, m_converter);
+  switch (how) {
+    case END_TAG:
+      render.ETag(static_cast<const XmlETag&>(token));
+      break;
+    case START_TAG:
+      render.STag(static_cast<const XmlSTag&>(token), ">", 1);
+      break;
+    default:
+      render.Token(token);
+      break;
+  }
+  sink.Finish();
+  write_internal(sink.Data(), static_cast<long>(sink.Size()));
+}
