@@ -7,7 +7,9 @@
 #include "commands.h"
 #include "xmlstream.h"
 
-int main(int argc, char** argv) {
+namespace {
+
+int Run(int argc, char** argv) {
   CLI::App app{"nxxml: check, inspect, detect, repair and re-emit XML packets"};
   app.set_version_flag("--version", std::string("nxxml ") + NxXmlGetVersionInfo());
   app.require_subcommand(0, 1);
@@ -25,6 +27,16 @@ int main(int argc, char** argv) {
       "copy", "Copy every token of the input to standard output, or to the files OUT, OUT_2, ... cut at --max-size");
   AddCopyOptions(*copy, copyOptions);
 
+  AttachOptions attachOptions;
+  CLI::App* attach = app.add_subcommand(
+      "attach", "Write <NAME>, the base64 of FILE, </NAME> to standard output or to the files OUT, OUT_2, ...");
+  AddAttachOptions(*attach, attachOptions);
+
+  ExtractOptions extractOptions;
+  CLI::App* extract =
+      app.add_subcommand("extract", "Decode the base64 text of an element of the input into the file OUT");
+  AddExtractOptions(*extract, extractOptions);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -35,6 +47,15 @@ int main(int argc, char** argv) {
   if (check->parsed()) return RunCheck(checkOptions);
   if (tokens->parsed()) return RunTokens(tokensOptions);
   if (copy->parsed()) return RunCopy(copyOptions);
+  if (attach->parsed()) return RunAttach(attachOptions);
+  if (extract->parsed()) return RunExtract(extractOptions);
   std::cout << app.help();
   return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  TaggedOutput tagged(argc, argv);
+  return tagged.Finish(Run(argc, argv));
 }
