@@ -140,6 +140,16 @@ std::string ExtractFirst(IXmlStream& in, bool embedded, const Obx_String& file) 
   return "no element of the input holds base64 text";
 }
 
+// The utility names the file it wrote, the temporary one; the user knows it
+// by the name given.
+std::string DescribeOutputError(QmMsgException* e, const Obx_String& temporary, const std::string& output) {
+  if (e->GetMessageCount() != 1 || e->GetMessage(0).GetParam("%_ARG1_%") != temporary) return DescribeAndDelete(e);
+  QmMessage message = e->GetMessage(0);
+  e->Delete();
+  message.SetParam("%_ARG1_%", Obx_String::FromUtf8(output.c_str()));
+  return message.GetMessageText().ToUtf8();
+}
+
 // Creates an empty temporary file beside target, with the permissions a
 // new file gets; its name, or empty (errno set).
 std::string MakeTemporary(const std::string& target) {
@@ -220,7 +230,7 @@ int RunExtract(const ExtractOptions& options) {
   } catch (QmMsgException* e) {
     const long id = e->GetMessage(0).GetId();
     if (id == kCannotOpenMsgId || id == kCannotReadMsgId) status = kExitUsage;
-    error = DescribeAndDelete(e);
+    error = DescribeOutputError(e, file, options.output);
   } catch (const InputError& e) {
     status = kExitUsage;
     error = e.what();
