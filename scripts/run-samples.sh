@@ -15,3 +15,6 @@ out=$(mktemp -d)
 trap 'rm -rf "$out"' EXIT
 "$nxxml" copy packet.xml -o "$out/packet.xml" --max-size 256
 "$nxxml" check --joined "$out"/packet.xml*
+"$nxxml" attach attachment.bin --element file -o "$out/attached.xml" --max-size 256
+"$nxxml" extract --joined "$out"/attached.xml "$out"/attached.xml_2 "$out"/attached.xml_3 -o "$out/attachment.bin"
+cmp attachment.bin "$out/attachment.bin" && echo "attachment.bin: the same bytes after attach and extract"
