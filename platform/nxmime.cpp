@@ -130,48 +130,56 @@ class OutputFile {
 // the end of the data is remembered across calls here.
 class Decoder {
  public:
-  explicit Decoder(OutputFile& out) : m_out(out), m_ctx(NewContext()) { EVP_DecodeInit(m_ctx.get()); }
+  explicit Decoder(OutputFile& out) : m_out(out), m_ctx(NewContext()), m_group(new char[kBatch]) {
+    EVP_DecodeInit(m_ctx.get());
+  }
 
   void Feed(const Obx_String& piece) {
-    for (int k = 0; k < piece.GetLength(); ++k) {
-      const unsigned short u = piece[k];
-      if (u == ' ' || u == '\t' || u == '\r' || u == '\n') continue;
-      if (!IsSignificant(u) || m_ended) {
-        // The count in the message covers every whole group before it.
-        Decode();
-        Refuse();
+    const unsigned short* p = piece.GetData();
+    std::size_t n = static_cast<std::size_t>(piece.GetLength());
+    while (n > 0) {
+      const std::size_t take = n < kBatch - m_used ? n : kBatch - m_used;
+      // One pass without branches on the data; a slice with anything
+      // wrong in it is gone through again to say where.
+      std::size_t used = m_used;
+      unsigned wrong = 0;
+      for (std::size_t k = 0; k < take; ++k) {
+        const unsigned short u = p[k];
+        const unsigned char kind = Kind(u);
+        m_group[used] = static_cast<char>(u);
+        used += kind & kSignificant;
+        wrong |= kind & kWrong;
       }
-      m_group.push_back(static_cast<char>(u));
-      if (m_group.size() == kGroupBatch) Decode();
+      if (wrong || (m_ended && used > m_used)) Refuse(p, take);
+      m_used = used;
+      p += take;
+      n -= take;
+      Decode();
     }
-    Decode();
   }
 
   void Finish() {
-    Decode();
     // A group cut short at the end of the text.
-    if (!m_group.empty()) Refuse();
+    if (m_used != 0) Refuse();
     int n = 0;
     unsigned char rest[64];
     if (EVP_DecodeFinal(m_ctx.get(), rest, &n) < 0) Refuse();
   }
 
  private:
-  static const std::size_t kGroupBatch = 64 * 1024;
-
-  static bool IsSignificant(unsigned short u) {
-    return (u >= 'A' && u <= 'Z') || (u >= 'a' && u <= 'z') || (u >= '0' && u <= '9') || u == '+' || u == '/' ||
-           u == '=';
-  }
+  static const std::size_t kBatch = 64 * 1024;
+  static const unsigned char kSpace = 0, kSignificant = 1, kWrong = 2;
+  static const unsigned char kKind[128];
+  static unsigned char Kind(unsigned short u) { return u < 128 ? kKind[u] : kWrong; }
 
   // Decodes the whole groups gathered; at most three characters stay.
   void Decode() {
-    const std::size_t whole = m_group.size() & ~static_cast<std::size_t>(3);
+    const std::size_t whole = m_used & ~static_cast<std::size_t>(3);
     if (whole == 0) return;
     const std::size_t room = whole / 4 * 3;
     unsigned char* out = m_out.Room(room);
     int n = 0;
-    const int rv = EVP_DecodeUpdate(m_ctx.get(), out, &n, reinterpret_cast<const unsigned char*>(m_group.data()),
+    const int rv = EVP_DecodeUpdate(m_ctx.get(), out, &n, reinterpret_cast<const unsigned char*>(m_group.get()),
                                     static_cast<int>(whole));
     if (rv < 0) {
       m_out.Used(room, 0);
@@ -180,15 +188,43 @@ class Decoder {
     m_out.Used(room, static_cast<std::size_t>(n));
     // 0: the text ended with padding; nothing may follow it.
     if (rv == 0) m_ended = true;
-    m_group.erase(0, whole);
+    std::memmove(m_group.get(), m_group.get() + whole, m_used - whole);
+    m_used -= whole;
   }
 
+  // Raises for the first wrong character of p[0..n), once the whole groups
+  // before it are decoded, so that the count in the message covers them.
+  [[noreturn]] void Refuse(const unsigned short* p, std::size_t n) {
+    for (std::size_t k = 0; k < n; ++k) {
+      const unsigned short u = p[k];
+      const unsigned char kind = Kind(u);
+      if (kind == kSpace) continue;
+      if (kind == kWrong || m_ended) break;
+      m_group[m_used++] = static_cast<char>(u);
+    }
+    Decode();
+    Refuse();
+  }
   [[noreturn]] void Refuse() { Raise(AD_MIME_NOT_BASE64_MSGID, m_out.Name(), AdStr(static_cast<long>(m_out.Written()))); }
 
   OutputFile& m_out;
   EncodeContext m_ctx;
-  std::string m_group;
+  std::unique_ptr<char[]> m_group;
+  std::size_t m_used = 0;
   bool m_ended = false;
+};
+
+// The alphabet and "=" are significant; space, tab and the line ends are
+// skipped; everything else is wrong.
+const unsigned char Decoder::kKind[128] = {
+    2, 2, 2, 2, 2, 2, 2, 2, 2, 0, 0, 2, 2, 0, 2, 2,  // tab, LF, CR
+    2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2,  //
+    0, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 1, 2, 2, 2, 1,  // space + /
+    1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2, 2, 1, 2, 2,  // 0-9 =
+    2, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1,  // A-O
+    1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2, 2, 2, 2,  // P-Z
+    2, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1,  // a-o
+    1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2, 2, 2, 2,  // p-z
 };
 
 }  // namespace
