@@ -1,7 +1,10 @@
 // Base64 attachments: a file written as the text of an element and decoded
 // back however the parser cuts that text, through the size limit of a file
 // series, and the failures of the text and of the files.
+#include <sys/resource.h>
 #include <unistd.h>
+
+#include <csignal>
 
 #include <cstdlib>
 #include <iterator>
@@ -153,6 +156,25 @@ TEST_F(Mime64Test, FailuresLeaveNoFile) {
   IXmlStream in(new TrickleSource("TWFu", {4096}));
   EXPECT_EQ(Capture([&] { in.Mime64_Decode(Wide("no/such/folder")); }),
             "!20011 Cannot write the file " + Path("no/such/folder") + ": No such file or directory. @nxmime");
+  // A write that fails half-way (the file size limit of the process).
+  {
+    std::string text = "<a>";
+    for (int k = 0; k < 30000; ++k) text += "TWFu";
+    IXmlStream big(new TrickleSource(text + "</a>", {4096}));
+    XmlSTag start;
+    big >> start;
+    struct rlimit old;
+    ::getrlimit(RLIMIT_FSIZE, &old);
+    struct rlimit small = old;
+    small.rlim_cur = 10000;
+    void (*previous)(int) = std::signal(SIGXFSZ, SIG_IGN);
+    ::setrlimit(RLIMIT_FSIZE, &small);
+    const std::string got = Capture([&] { big.Mime64_Decode(Wide("out")); });
+    ::setrlimit(RLIMIT_FSIZE, &old);
+    std::signal(SIGXFSZ, previous);
+    EXPECT_EQ(got, "!20011 Cannot write the file " + out + ": File too large. @nxmime");
+    EXPECT_FALSE(Exists(out));
+  }
   ::mkdir(Path("folder").c_str(), 0700);
   EXPECT_EQ(Capture([&] { in.Mime64_Decode(Wide("folder")); }),
             "!20011 Cannot write the file " + Path("folder") + ": Is a directory. @nxmime");

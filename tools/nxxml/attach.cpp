@@ -1,5 +1,6 @@
 // nxxml attach: a file as the base64 text of one element, written to
 // standard output or to a series of files as copy writes them.
+#include <cerrno>
 #include <iostream>
 #include <sstream>
 
@@ -33,7 +34,8 @@ int RunAttach(const AttachOptions& options) {
   const Obx_String file = Obx_String::FromUtf8(options.file.c_str());
   // A file that cannot be read is said before any output exists.
   if (!CFile(file, CFile::modeRead).IsOpen()) {
-    std::cerr << "nxxml attach: cannot open " << options.file << ": " << Reason(errno) << "\n";
+    const int error = errno;
+    std::cerr << "nxxml attach: cannot open " << options.file << ": " << Reason(error) << "\n";
     return kExitUsage;
   }
   int status = kExitBad;
