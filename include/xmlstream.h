@@ -513,6 +513,12 @@ class NXXML_API IXmlStream {
   // On before the first read: the source may hold any number of top-level
   // elements. Off after the last one.
   void SetEmbeddedElementMode(int on);
+  // Decodes the base64 text at the head, one text token at a time, into the
+  // file (created or truncated); stops at the first token that is not text,
+  // which stays unread (as a rule the element's end tag). The caller reads
+  // the enclosing tags. Text that is not base64, a file that cannot be
+  // written, or an error of the input raises, and no file is left.
+  IXmlStream& Mime64_Decode(const unsigned short* fileName);
 
   // The deepest element nesting the stream accepts; deeper input raises
   // message 27322 at the start tag that goes too deep.
@@ -708,6 +714,11 @@ class NXXML_API OXmlStream {
   int IsClosed() const { return m_closed; }
   // The number of writes to a file that failed.
   int GetWriteErrors() const { return m_writeErrors; }
+
+  // Writes the base64 of the file, in lines of 64 characters, through the
+  // limit of this stream (a series goes on in its next file). The caller
+  // writes the enclosing tags. Raises when the file cannot be read.
+  OXmlStream& Mime64_Encode_File(const unsigned short* fileName);
 
  private:
   // The operators that write numbers and tokens.

@@ -16,6 +16,9 @@ struct CatalogueEntry {
 const CatalogueEntry kCatalogue[] = {
     {kBadValue0MsgId, "Internal error: a condition that must hold does not."},
     {kHitUnreachedMsgId, "Internal error: code that cannot be reached was reached."},
+    {20010, "Cannot read the file %_ARG1_%: %_ARG2_%."},
+    {20011, "Cannot write the file %_ARG1_%: %_ARG2_%."},
+    {20012, "The text decoded into %_ARG1_% is not base64 (after %_ARG2_% bytes); the file was removed."},
     {27301, "Expected %s but found %s."},
     {27302, "An illegal token was found inside an element."},
     {27303, "The output stream is not ready for writing."},
@@ -122,7 +125,7 @@ Obx_String QmMsgException::GetFullText() const {
   Obx_String out;
   for (const QmMessage& m : m_messages) {
     if (!out.IsEmpty()) out.Append(u'\n');
-    out.Append(m.FullMsg());
+    out.Append(m.GetMessageText());
   }
   if (!m_text.IsEmpty()) {
     if (!out.IsEmpty()) out.Append(NX_U16(u" ["));

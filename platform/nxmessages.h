@@ -43,6 +43,15 @@ class NXPLATFORM_API QmMessage {
   // The catalogue text (or the text the message was made from) with every
   // parameter name replaced by its value.
   Obx_String FullMsg() const;
+  // FullMsg as a user is shown it: handed to the tagged-message hook, when
+  // one is registered, which may replace it by a tagged form.
+  Obx_String GetMessageText() const;
+
+  // The tagged-message hook: text holds the formatted text and may be
+  // replaced. Null unregisters. Registered once at load, not while
+  // messages are being formatted.
+  typedef void (*TaggedMsgCallback)(Obx_String& text, const CMapStringToString& params, long id);
+  static void InitTaggedMsgCallback(TaggedMsgCallback callback);
 
  private:
   long m_id;
@@ -62,7 +71,8 @@ class NXPLATFORM_API QmMsgException : public CException {
   Obx_String GetText() const { return m_text; }
   const char* GetFile() const { return m_file; }
   int GetLine() const { return m_line; }
-  // Every message's full text, one a line, then the condition text if any.
+  // Every message's text as a user is shown it (GetMessageText), one a
+  // line, then the condition text if any.
   Obx_String GetFullText() const;
 
  private:

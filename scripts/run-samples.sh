@@ -23,3 +23,8 @@ trap 'rm -rf "$out"' EXIT
 "$nxxml" clean legacy/packet-omsr1.xml
 "$nxxml" clean --format 4 legacy/packet-fmt4.xml
 "$nxxml" tokens --format 4 legacy/packet-fmt4.xml
+
+# A file travels as base64 inside a packet, and comes back byte for byte.
+"$nxxml" attach attachment.bin --element file -o "$out/attached.xml" --max-size 256
+"$nxxml" extract --joined "$out"/attached.xml "$out"/attached.xml_2 "$out"/attached.xml_3 -o "$out/attachment.bin"
+cmp attachment.bin "$out/attachment.bin" && echo "attachment.bin: the same bytes after attach and extract"

@@ -3,7 +3,8 @@
 # Quick when everything is there: apt is only asked when a package is absent.
 set -euo pipefail
 packages=(g++ cmake ninja-build pkg-config libexpat1-dev libicu-dev libgtest-dev libgmock-dev
-          libbenchmark-dev libcli11-dev nlohmann-json3-dev libxml2-dev clang-14 libclang-rt-14-dev locales)
+          libbenchmark-dev libcli11-dev nlohmann-json3-dev libxml2-dev clang-14 libclang-rt-14-dev locales
+          libssl-dev)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

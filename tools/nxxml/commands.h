@@ -111,16 +111,34 @@ std::string UnclosedElement(const XmlSTag& tag);
 // Flushes standard output; true, with the reason in error, when writing it failed.
 bool StandardOutputFailed(std::string& error);
 
-// nxxml copy: the inputs' tokens to standard output or to a file series.
-struct CopyOptions {
-  // The command as messages name it: copy or clean.
-  std::string command = "copy";
-  InputOptions input;
+// Where copy and attach write: standard output, or the files OUT, OUT_2, ...
+struct SeriesOptions {
   std::string output;
   std::string maxSize;
   int maxFiles = 0;
   bool allowOverflow = false;
   bool force = false;
+};
+void AddSeriesOptions(CLI::App& command, SeriesOptions& options);
+// Opens standard output, or the series after PrepareSeries. Null when it
+// cannot, with why printed as command; status is then the exit code.
+std::unique_ptr<OXmlStream> OpenSeries(const SeriesOptions& options, const std::vector<std::string>& inputs,
+                                       const std::string& command, int& status);
+// What to say when the output is full.
+std::string OutputFull(const SeriesOptions& options);
+// Closes out and reports as command: the files of a series with their
+// sizes, then failure (when not empty) on standard error. With
+// removeOnFailure, a failed series is removed instead of listed. Returns
+// the exit code: failureStatus on failure.
+int CloseSeries(OXmlStream& out, const SeriesOptions& options, std::string failure, int failureStatus,
+                bool removeOnFailure, const std::string& command);
+
+// nxxml copy: the inputs' tokens to standard output or to a file series.
+struct CopyOptions {
+  // The command as messages name it: copy or clean.
+  std::string command = "copy";
+  InputOptions input;
+  SeriesOptions series;
 };
 void AddCopyOptions(CLI::App& command, CopyOptions& options, bool cleaning = false);
 // Makes ready to write the series OUT, OUT_2, ...: refuses (printing why,
@@ -136,6 +154,50 @@ bool PrepareSeries(const std::string& out, bool force, const std::vector<std::st
 // input, 2 for one that cannot be opened or read.
 int ReadEachInput(const InputOptions& options, const std::function<void(const XmlToken&)>& onToken, bool reportOk);
 
+// nxxml attach: <NAME>, the base64 of FILE, </NAME>.
+struct AttachOptions {
+  std::string file;
+  std::string element;
+  SeriesOptions series;
+};
+void AddAttachOptions(CLI::App& command, AttachOptions& options);
+
+// nxxml extract: the base64 text of an element decoded into a file.
+struct ExtractOptions {
+  InputOptions input;
+  std::string element;
+  std::string output;
+  bool force = false;
+};
+void AddExtractOptions(CLI::App& command, ExtractOptions& options);
+
+// Whether name is an XML name, as the library's parser judges it.
+bool IsXmlName(const std::string& name);
+
+// While it lives, and when diagnostic 170 asks for tagged output, all that
+// the command writes to standard output and standard error becomes the
+// escaped text of one command message on standard output: its head first,
+// its tail with the exit code from Finish.
+class TaggedOutput {
+ public:
+  TaggedOutput(int argc, char** argv);
+  ~TaggedOutput();
+  TaggedOutput(const TaggedOutput&) = delete;
+  TaggedOutput& operator=(const TaggedOutput&) = delete;
+  // Ends the message with the exit code; returns the exit code to use (1
+  // when standard output failed).
+  int Finish(int exitCode);
+
+ private:
+  class Buffer;
+  std::unique_ptr<Buffer> m_buffer;
+  Obx_String m_id;
+  std::streambuf* m_out = nullptr;
+  std::streambuf* m_err = nullptr;
+};
+
+int RunAttach(const AttachOptions& options);
+int RunExtract(const ExtractOptions& options);
 int RunCheck(const InputOptions& options);
 int RunCopy(const CopyOptions& options);
 int RunTokens(InputOptions options);

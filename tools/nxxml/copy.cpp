@@ -47,8 +47,8 @@ std::vector<std::pair<unsigned long, std::string>> ExistingSeries(const std::str
 // do that every element is closed. Counts the tokens copied; returns the
 // error, or an empty string.
 std::string CopyInput(const Input& input, const InputOptions& options, OXmlStream& out, bool toStandardOutput,
-                      long long& tokens) {
-  Progress progress("nxxml copy " + input.label, InputSize(input.files));
+                      long long& tokens, const std::string& command) {
+  Progress progress("nxxml " + command + " " + input.label, InputSize(input.files));
   std::unique_ptr<std::ifstream> file;
   std::unique_ptr<IXmlStream> in = OpenInput(input, options, file, &progress);
   in->SetMaxTokenSize(options.maxTokenSize);
@@ -133,9 +133,7 @@ bool PrepareSeries(const std::string& out, bool force, const std::vector<std::st
   return true;
 }
 
-void AddCopyOptions(CLI::App& command, CopyOptions& options, bool cleaning) {
-  if (cleaning) options.command = "clean";
-  AddInputOptions(command, options.input, cleaning);
+void AddSeriesOptions(CLI::App& command, SeriesOptions& options) {
   command.add_option("-o,--output", options.output, "Write the files OUT, OUT_2, ... instead of standard output");
   command.add_option("--max-size", options.maxSize, "Bytes a file (or standard output) may take; K, M, G suffixes");
   CLI::Option* files = command.add_option("--max-files", options.maxFiles, "Number of files allowed (0: any)");
@@ -152,18 +150,16 @@ void AddCopyOptions(CLI::App& command, CopyOptions& options, bool cleaning) {
   }
 }
 
-int RunCopy(const CopyOptions& options) {
+std::unique_ptr<OXmlStream> OpenSeries(const SeriesOptions& options, const std::vector<std::string>& inputs,
+                                       const std::string& command, int& status) {
+  status = kExitUsage;
   long long maxSize = 0;
   if (!options.maxSize.empty() && !ParseSize(options.maxSize, maxSize)) {
-    std::cerr << "nxxml " << options.command << ": --max-size takes a number below 2G with an optional K, M or G: " << options.maxSize
-              << "\n";
-    return kExitUsage;
+    std::cerr << "nxxml " << command << ": --max-size takes a number below 2G with an optional K, M or G: "
+              << options.maxSize << "\n";
+    return nullptr;
   }
-  std::vector<Input> inputs;
-  if (!ResolveInputs(options.input, inputs)) return kExitUsage;
-  if (!options.output.empty() && !PrepareSeries(options.output, options.force, options.input.files, options.command))
-    return kExitUsage;
-
+  if (!options.output.empty() && !PrepareSeries(options.output, options.force, inputs, command)) return nullptr;
   std::unique_ptr<OXmlStream> out;
   try {
     if (options.output.empty())
@@ -171,18 +167,69 @@ int RunCopy(const CopyOptions& options) {
     else
       out.reset(new OXmlStream(Obx_String::FromUtf8(options.output.c_str()), maxSize, options.maxFiles));
   } catch (QmMsgException* e) {
-    std::cerr << "nxxml " << options.command << ": " << DescribeAndDelete(e) << "\n";
-    return kExitBad;
+    std::cerr << "nxxml " << command << ": " << DescribeAndDelete(e) << "\n";
+    status = kExitBad;
+    return nullptr;
   }
   out->SetAllowOverflow(options.allowOverflow ? 1 : 0);
+  return out;
+}
+
+std::string OutputFull(const SeriesOptions& options) {
+  return "the output is full (" + options.maxSize + " bytes" +
+         (options.output.empty() ? std::string() : " a file, " + std::to_string(options.maxFiles) + " files") + ")";
+}
+
+int CloseSeries(OXmlStream& out, const SeriesOptions& options, std::string failure, int failureStatus,
+                bool removeOnFailure, const std::string& command) {
+  out.Close();
+  std::string writeError;
+  if (StandardOutputFailed(writeError) && failure.empty()) failure = writeError;
+  if (failure.empty() && out.GetWriteErrors() > 0) failure = "writing " + options.output + " failed";
+
+  if (!options.output.empty() && !failure.empty() && removeOnFailure) {
+    out.Delete_Created_Files(0);
+    failure += "; no file was left";
+  } else if (!options.output.empty()) {
+    CStringArray files;
+    const double total = out.Get_Created_Files(files);
+    for (int k = 0; k < files.GetSize(); ++k)
+      std::cout << files[k].ToUtf8() << "\t" << CFile(files[k], CFile::modeRead).GetLength() << "\n";
+    std::cout << "total\t" << static_cast<long long>(total) << " bytes in " << files.GetSize() << " files"
+              << (out.Overflowed() ? " (past the limits)" : "") << "\n";
+  }
+  if (!failure.empty()) {
+    std::cout.flush();
+    std::cerr << "nxxml " << command << ": " << failure << "\n";
+    return failureStatus;
+  }
+  if (StandardOutputFailed(writeError)) {
+    std::cerr << "nxxml " << command << ": " << writeError << "\n";
+    return kExitBad;
+  }
+  return kExitOk;
+}
+
+void AddCopyOptions(CLI::App& command, CopyOptions& options, bool cleaning) {
+  if (cleaning) options.command = "clean";
+  AddInputOptions(command, options.input, cleaning);
+  AddSeriesOptions(command, options.series);
+}
+
+int RunCopy(const CopyOptions& options) {
+  std::vector<Input> inputs;
+  if (!ResolveInputs(options.input, inputs)) return kExitUsage;
+  int status = kExitBad;
+  std::unique_ptr<OXmlStream> out = OpenSeries(options.series, options.input.files, options.command, status);
+  if (!out) return status;
 
   std::string failure;
-  int status = kExitBad;
+  status = kExitBad;
   long long tokens = 0;
   for (const Input& input : inputs) {
     std::string error;
     try {
-      error = CopyInput(input, options.input, *out, options.output.empty(), tokens);
+      error = CopyInput(input, options.input, *out, options.series.output.empty(), tokens, options.command);
     } catch (QmMsgException* e) {
       const long id = e->GetMessage(0).GetId();
       if (id == kCannotOpenMsgId || id == kCannotReadMsgId) status = kExitUsage;
@@ -194,36 +241,12 @@ int RunCopy(const CopyOptions& options) {
       error = e.what();
     } catch (XmlException* e) {
       e->Delete();
-      error = "the output is full (" + options.maxSize + " bytes" +
-              (options.output.empty() ? std::string() : " a file, " + std::to_string(options.maxFiles) + " files") +
-              ")";
+      error = OutputFull(options.series);
     }
     if (!error.empty()) {
       failure = input.label + ": " + error + "; " + std::to_string(tokens) + " tokens were copied";
       break;
     }
   }
-  out->Close();
-  std::string writeError;
-  if (StandardOutputFailed(writeError) && failure.empty()) failure = writeError;
-  if (failure.empty() && out->GetWriteErrors() > 0) failure = "writing " + options.output + " failed";
-
-  if (!options.output.empty()) {
-    CStringArray files;
-    const double total = out->Get_Created_Files(files);
-    for (int k = 0; k < files.GetSize(); ++k)
-      std::cout << files[k].ToUtf8() << "\t" << CFile(files[k], CFile::modeRead).GetLength() << "\n";
-    std::cout << "total\t" << static_cast<long long>(total) << " bytes in " << files.GetSize() << " files"
-              << (out->Overflowed() ? " (past the limits)" : "") << "\n";
-  }
-  if (!failure.empty()) {
-    std::cout.flush();
-    std::cerr << "nxxml " << options.command << ": " << failure << "\n";
-    return status;
-  }
-  if (StandardOutputFailed(writeError)) {
-    std::cerr << "nxxml " << options.command << ": " << writeError << "\n";
-    return kExitBad;
-  }
-  return kExitOk;
+  return CloseSeries(*out, options.series, failure, status, false, options.command);
 }

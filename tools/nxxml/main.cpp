@@ -8,10 +8,9 @@
 #include "commands.h"
 #include "xmlstream.h"
 
-int main(int argc, char** argv) {
-  // Old packets are in the code page of the locale: the environment's,
-  // unless --locale names another.
-  std::setlocale(LC_ALL, "");
+namespace {
+
+int Run(int argc, char** argv) {
   CLI::App app{"nxxml: check, inspect, detect, repair and re-emit XML packets"};
   app.set_version_flag("--version", std::string("nxxml ") + NxXmlGetVersionInfo());
   app.require_subcommand(0, 1);
@@ -39,6 +38,16 @@ int main(int argc, char** argv) {
       "clean", "Repair a packet of an old format (detected by default) into well-formed UTF-8 XML, like copy");
   AddCopyOptions(*clean, cleanOptions, true);
 
+  AttachOptions attachOptions;
+  CLI::App* attach = app.add_subcommand(
+      "attach", "Write <NAME>, the base64 of FILE, </NAME> to standard output or to the files OUT, OUT_2, ...");
+  AddAttachOptions(*attach, attachOptions);
+
+  ExtractOptions extractOptions;
+  CLI::App* extract =
+      app.add_subcommand("extract", "Decode the base64 text of an element of the input into the file OUT");
+  AddExtractOptions(*extract, extractOptions);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -51,6 +60,19 @@ int main(int argc, char** argv) {
   if (copy->parsed()) return RunCopy(copyOptions);
   if (detect->parsed()) return RunDetect(detectOptions);
   if (clean->parsed()) return RunClean(cleanOptions);
+
+  if (attach->parsed()) return RunAttach(attachOptions);
+  if (extract->parsed()) return RunExtract(extractOptions);
   std::cout << app.help();
   return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // Old packets are in the code page of the locale: the environment's,
+  // unless --locale names another.
+  std::setlocale(LC_ALL, "");
+  TaggedOutput tagged(argc, argv);
+  return tagged.Finish(Run(argc, argv));
 }
