@@ -3,8 +3,13 @@
 #pragma once
 
 #include <cstddef>
+#include <iterator>
 #include <new>
+#include <string>
+#include <string_view>
+#include <type_traits>
 #include <typeinfo>
+#include <utility>
 #include <vector>
 
 #include "nxcollections.h"
@@ -15,7 +20,9 @@
 #include "nxxml_export.h"
 
 class IXmlStream;
+class XmlCharData;
 class XmlConverter;
+class XmlElement;
 class XmlETag;
 class XmlSTag;
 NXXML_API IXmlStream& operator>>(IXmlStream& in, XmlSTag& tag);
@@ -273,12 +280,73 @@ class NXXML_API XmlETag : public XmlToken {
   const Obx_String& GetName() const { return m_name; }
   int IsNamed() const { return m_named; }
 
+  // UTF-8 forms. Every std::string_view taking overload of the content model
+  // decodes its text strictly and raises message 27317, as the input stream
+  // does, on malformed UTF-8; the std::string getters return UTF-8.
+  explicit XmlETag(std::string_view name);
+  XmlETag& operator()(std::string_view name);
+  std::string GetNameUtf8() const { return m_name.ToUtf8(); }
+
  protected:
   friend class XmlHelper;
   friend NXXML_API IXmlStream& operator>>(IXmlStream& in, XmlSTag& tag);
   friend NXXML_API IXmlStream& operator>>(IXmlStream& in, XmlETag& tag);
   int m_named = 0;
   Obx_String m_name;
+};
+
+// One attribute as a tag's attribute range yields it: the tag's own name and
+// value strings, valid while the attribute is neither set again nor removed.
+// for (auto [name, value] : tag.Attributes()) binds both.
+struct XmlAttribute {
+  const Obx_String& name;
+  const Obx_String& value;
+};
+
+// The attributes of a tag in their order (the order they were set or read
+// in; a replaced value keeps its place), one step each. The range borrows
+// the tag, which must outlive it.
+class XmlAttributeRange {
+ public:
+  class iterator {
+   public:
+    using iterator_category = std::forward_iterator_tag;
+    using value_type = XmlAttribute;
+    using difference_type = std::ptrdiff_t;
+    using pointer = void;
+    using reference = XmlAttribute;
+
+    iterator() = default;
+    iterator(const CMapStringToString* map, int index) : m_map(map), m_index(index) {}
+    XmlAttribute operator*() const { return XmlAttribute{m_map->KeyAt(m_index), m_map->ValueAt(m_index)}; }
+    iterator& operator++() {
+      ++m_index;
+      return *this;
+    }
+    iterator operator++(int) {
+      iterator old = *this;
+      ++m_index;
+      return old;
+    }
+    // Positions past the map's live count are all its end, so removing
+    // attributes during a loop ends it instead of reading past the map.
+    bool operator==(const iterator& other) const { return Position() == other.Position(); }
+    bool operator!=(const iterator& other) const { return !(*this == other); }
+
+   private:
+    int Position() const { return m_map && m_index < m_map->GetCount() ? m_index : -1; }
+    const CMapStringToString* m_map = nullptr;
+    int m_index = 0;
+  };
+
+  explicit XmlAttributeRange(const CMapStringToString& map) : m_map(&map) {}
+  iterator begin() const { return iterator(m_map, 0); }
+  iterator end() const { return iterator(); }
+  int size() const { return m_map->GetCount(); }
+  bool empty() const { return m_map->GetCount() == 0; }
+
+ private:
+  const CMapStringToString* m_map;
 };
 
 // A start tag: a name, attributes, and an inline text rendered after it.
@@ -336,6 +404,26 @@ class NXXML_API XmlSTag : public XmlETag {
   const Obx_String& GetInlineText() const { return m_inlineText; }
   void SetInlineText(const Obx_String& text) { m_inlineText = text; }
 
+  // UTF-8 forms; overwrite defaults to replacing, as an application means
+  // by "set".
+  explicit XmlSTag(std::string_view name);
+  XmlSTag& operator()(std::string_view name) {
+    XmlETag::operator()(name);
+    return *this;
+  }
+  int SetAttribute(std::string_view name, std::string_view value, int overwrite = 1);
+  int SetLongAttr(std::string_view name, long value, int overwrite = 1);
+  int SetTimeAttr(std::string_view name, AdDateTime value, int overwrite = 1);
+  int DoesAttributeExist(std::string_view name) const;
+  Obx_String GetAttributeByName(std::string_view name) const;
+  std::string GetAttributeUtf8(std::string_view name) const;
+  long GetLongAttr(std::string_view name) const;
+  AdDateTime GetTimeAttr(std::string_view name) const;
+  void GetAttributeNames(std::vector<std::string>& names) const;
+  void SetInlineText(std::string_view text);
+
+  XmlAttributeRange Attributes() const { return XmlAttributeRange(m_attributes); }
+
  protected:
   friend class XmlHelper;
   friend NXXML_API IXmlStream& operator>>(IXmlStream& in, XmlSTag& tag);
@@ -344,10 +432,20 @@ class NXXML_API XmlSTag : public XmlETag {
   int m_converted = 0;
 };
 
+template <class T>
+class XmlContentRange;
+
 // An item of an element's content: character data or a nested element.
 class NXXML_API XmlContent : public XmlToken {
  public:
   ~XmlContent() override;
+
+  // This item as an element or as character data (an error token counts as
+  // character data), null when it is the other kind.
+  XmlElement* ToElement();
+  const XmlElement* ToElement() const;
+  XmlCharData* ToCharData();
+  const XmlCharData* ToCharData() const;
 };
 
 // A run of character data, held unescaped; its image escapes it.
@@ -378,6 +476,11 @@ class NXXML_API XmlCharData : public XmlContent {
   void AppendData(const unsigned short* data, long length);
   // The text, unescaped.
   const Obx_String& GetData() const { return m_data; }
+  // UTF-8 forms.
+  explicit XmlCharData(std::string_view data);
+  void AppendData(std::string_view data);
+  std::string GetDataUtf8() const { return m_data.ToUtf8(); }
+
   // Takes over other's text (left empty); the capacity becomes its length.
   void TakeDataFrom(XmlCharData& other) {
     m_data = std::move(other.m_data);
@@ -486,6 +589,38 @@ class NXXML_API XmlElement : public XmlContent {
   // range, and 6 with a console line when the slot holds neither.
   int GetContentByIndex(NXSmartPtr<XmlContent>& item, int i) const;
 
+  // The start tag's name.
+  const Obx_String& GetName() const { return m_stag.GetName(); }
+  std::string GetNameUtf8() const { return m_stag.GetName().ToUtf8(); }
+
+  // UTF-8 forms of the name-taking and text-taking calls above.
+  explicit XmlElement(std::string_view name);
+  NXSmartPtr<XmlElement> AddSubElement(std::string_view name);
+  NXSmartPtr<XmlCharData> AddCharData(std::string_view text);
+  NXSmartPtr<XmlElement> GetSubElement(std::string_view name) const;
+  NXSmartPtr<XmlElement> GetLastSubElement(std::string_view name) const;
+
+  // The element's own text: its character-data items concatenated in
+  // document order; the text inside sub-elements is not part of it.
+  Obx_String GetText() const;
+  std::string GetTextUtf8() const;
+  // Replaces the element's character data by text: every character-data
+  // item is dropped, and a non-empty text becomes one new item where the
+  // first of them stood (at the end when there was none). Sub-elements and
+  // attributes stay; items the caller still holds are left unchanged.
+  void SetText(const Obx_String& text);
+  void SetText(std::string_view text);
+
+  // Ranges for range-for, one step an item: every content item (null items
+  // skipped), the sub-elements, and the sub-elements whose start-tag name
+  // equals name ignoring case. A range borrows the element, which must
+  // outlive the loop; items appended during a loop are visited, and
+  // removing items ends it early.
+  XmlContentRange<XmlContent> Content() const;
+  XmlContentRange<XmlElement> SubElements() const;
+  XmlContentRange<XmlElement> SubElements(const Obx_String& name) const;
+  XmlContentRange<XmlElement> SubElements(std::string_view name) const;
+
  protected:
   // The output stream renders the items in place, without a reference each.
   friend class ImageRender;
@@ -496,6 +631,86 @@ class NXXML_API XmlElement : public XmlContent {
  private:
   void DropContent();
 };
+
+// An iterator over an element's items of kind T (XmlContent: every item;
+// XmlElement: the sub-elements, of one name when a name is given). It keeps
+// its index into the element's live content, so it never reads past it.
+template <class T>
+class XmlContentIterator {
+ public:
+  using iterator_category = std::forward_iterator_tag;
+  using value_type = T;
+  using difference_type = std::ptrdiff_t;
+  using pointer = T*;
+  using reference = T&;
+
+  XmlContentIterator() = default;
+  XmlContentIterator(const std::vector<NXSmartPtr<XmlContent>>& items, const Obx_String* name)
+      : m_items(&items), m_name(name) {
+    Settle();
+  }
+  T& operator*() const { return *m_current; }
+  T* operator->() const { return m_current; }
+  XmlContentIterator& operator++() {
+    ++m_index;
+    Settle();
+    return *this;
+  }
+  XmlContentIterator operator++(int) {
+    XmlContentIterator old = *this;
+    ++*this;
+    return old;
+  }
+  // Every iterator past the last match equals the end.
+  bool operator==(const XmlContentIterator& other) const {
+    return m_current == other.m_current && (m_current == nullptr || m_index == other.m_index);
+  }
+  bool operator!=(const XmlContentIterator& other) const { return !(*this == other); }
+
+ private:
+  void Settle() {
+    m_current = nullptr;
+    for (; m_index < m_items->size(); ++m_index)
+      if ((m_current = Match((*m_items)[m_index].get()))) return;
+  }
+  T* Match(XmlContent* item) const {
+    if constexpr (std::is_same<T, XmlContent>::value) {
+      return item;
+    } else {
+      XmlElement* element = dynamic_cast<XmlElement*>(item);
+      return element && m_name && !AdIsEqualNoCase(element->GetName(), *m_name) ? nullptr : element;
+    }
+  }
+
+  const std::vector<NXSmartPtr<XmlContent>>* m_items = nullptr;
+  const Obx_String* m_name = nullptr;
+  std::size_t m_index = 0;
+  T* m_current = nullptr;
+};
+
+// What XmlElement::Content and SubElements return; holds the name filter,
+// so its iterators must not outlive it.
+template <class T>
+class XmlContentRange {
+ public:
+  explicit XmlContentRange(const std::vector<NXSmartPtr<XmlContent>>& items) : m_items(&items) {}
+  XmlContentRange(const std::vector<NXSmartPtr<XmlContent>>& items, Obx_String name)
+      : m_items(&items), m_name(std::move(name)), m_named(true) {}
+  XmlContentIterator<T> begin() const { return XmlContentIterator<T>(*m_items, m_named ? &m_name : nullptr); }
+  XmlContentIterator<T> end() const { return XmlContentIterator<T>(); }
+  bool empty() const { return begin() == end(); }
+
+ private:
+  const std::vector<NXSmartPtr<XmlContent>>* m_items;
+  Obx_String m_name;
+  bool m_named = false;
+};
+
+inline XmlContentRange<XmlContent> XmlElement::Content() const { return XmlContentRange<XmlContent>(m_content); }
+inline XmlContentRange<XmlElement> XmlElement::SubElements() const { return XmlContentRange<XmlElement>(m_content); }
+inline XmlContentRange<XmlElement> XmlElement::SubElements(const Obx_String& name) const {
+  return XmlContentRange<XmlElement>(m_content, name);
+}
 
 // ---------------------------------------------------------------------------
 // Converter hooks.

@@ -6,6 +6,9 @@
 #include <exception>
 #include <fstream>
 #include <sstream>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "nxcharsets.h"
 #include "nxfiles.h"
@@ -126,6 +129,8 @@ class NXXML_API IXmlStreamStringSource : public IXmlStreamSource {
 class NXXML_API IXmlStreamMultiFileSource : public IXmlStreamSource {
  public:
   explicit IXmlStreamMultiFileSource(CStringArray& fileNames);
+  // The same with UTF-8 names; raises 27317 on a malformed one.
+  explicit IXmlStreamMultiFileSource(const std::vector<std::string>& fileNames);
   ~IXmlStreamMultiFileSource() override;
   bool eof() override;
   long read(char* buf, long n) override;
@@ -179,6 +184,9 @@ class NXXML_API IXmlStream {
   IXmlStream(std::istringstream& in, bool asciiOnly = false, bool lenientDecoding = false);
   IXmlStream(std::ifstream& in, bool asciiOnly = false, bool lenientDecoding = false);
   IXmlStream(CStringArray& fileNames, bool asciiOnly = false, bool lenientDecoding = false);
+  // The files of a list read as one input, named in UTF-8 (27317 on a
+  // malformed name).
+  IXmlStream(const std::vector<std::string>& fileNames, bool asciiOnly = false, bool lenientDecoding = false);
   virtual ~IXmlStream();
   IXmlStream(const IXmlStream&) = delete;
   IXmlStream& operator=(const IXmlStream&) = delete;
@@ -229,6 +237,8 @@ class NXXML_API IXmlStream {
   XmlToken_t GetNextTokenType(XmlSTag& tag);
   // True and the name when the head token is a start or end tag.
   bool GetNextTokenName(Obx_String& name);
+  // The same with the name in UTF-8.
+  bool GetNextTokenName(std::string& name);
   // Reads the text at the head as it stands (possibly a piece of a longer
   // run); 0 at the end of the input.
   int GetCharDataUnaccumulated(XmlCharData& text);
@@ -348,6 +358,8 @@ class NXXML_API OXmlStream {
   // (maxSize <= 0: one file, no limit), at most maxFiles of them (0: no
   // limit). Raises 27304 when the first file cannot be opened.
   OXmlStream(const unsigned short* fileName, long long maxSize, int maxFiles);
+  // The same with a UTF-8 file name; raises 27317 when it is malformed.
+  OXmlStream(std::string_view fileName, long long maxSize, int maxFiles);
   virtual ~OXmlStream();
   OXmlStream(const OXmlStream&) = delete;
   OXmlStream& operator=(const OXmlStream&) = delete;
@@ -436,6 +448,9 @@ NXXML_API OXmlStream& operator<<(OXmlStream& out, const unsigned short* text);
 inline OXmlStream& operator<<(OXmlStream& out, const char16_t* text) {
   return out << reinterpret_cast<const unsigned short*>(text);
 }
+// Writes a UTF-8 text as the UTF-16 form does (checked strictly: 27317 on
+// malformed bytes, nothing written); it is not escaped as markup.
+NXXML_API OXmlStream& operator<<(OXmlStream& out, std::string_view text);
 // Writes the decimal digits straight to the byte stream: they are neither
 // counted nor limited, and never start a new file.
 NXXML_API OXmlStream& operator<<(OXmlStream& out, long value);

@@ -161,10 +161,7 @@ void UTF82UTF16(bool startsWithEscape, const char* data, int numBytes, bool asci
   AdUTF16String decoded;
   if (!decoded.cvtFromMBCS(AdCharset::getUTF8Charset(), data, numBytes,
                            throwOnDecodeError ? AdCharset::Strict : AdCharset::Nonstrict))
-    AdThrowMsgExcept(kCannotDecodeMsgId,
-                     "wide.cvtFromMBCS(AdCharset::getUTF8Charset(), data, numBytes, (throwOnDecodeError ? "
-                     "AdCharset::Strict : AdCharset::Nonstrict))",
-                     kUnit, __LINE__);
+    AdThrowMsgExcept(kCannotDecodeMsgId, kCannotDecodeText, kUnit, __LINE__);
   // Owned here until every check has passed, so nothing leaks on a raise.
   std::unique_ptr<unsigned short[]> units(new unsigned short[static_cast<std::size_t>(decoded.getLength())]);
   // The escape is decoded on the way into the caller's buffer, which is the
@@ -196,10 +193,7 @@ void nxconvert::AppendUTF82UTF16(bool& escape, const char* data, int numBytes, b
                        throwOnDecodeError ? U_SENTINEL : 0xFFFD, nullptr, &status);
   if (U_FAILURE(status)) {
     out.resize(old);
-    AdThrowMsgExcept(kCannotDecodeMsgId,
-                     "wide.cvtFromMBCS(AdCharset::getUTF8Charset(), data, numBytes, (throwOnDecodeError ? "
-                     "AdCharset::Strict : AdCharset::Nonstrict))",
-                     kUnit, __LINE__);
+    AdThrowMsgExcept(kCannotDecodeMsgId, kCannotDecodeText, kUnit, __LINE__);
   }
   int size = produced;
   try {
