@@ -15,3 +15,11 @@ out=$(mktemp -d)
 trap 'rm -rf "$out"' EXIT
 "$nxxml" copy packet.xml -o "$out/packet.xml" --max-size 256
 "$nxxml" check --joined "$out"/packet.xml*
+# The four everyday tasks of samples/, as an application writes them.
+bin="$root/build/samples"
+"$bin/read_records" packet.xml
+"$bin/update_values" packet.xml "$out/updated.xml"
+cat "$out/updated.xml"; echo
+"$bin/write_packet"
+"$bin/report_error" packet.xml
+if "$bin/report_error" malformed.xml; then exit 1; fi
