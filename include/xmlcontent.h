@@ -462,7 +462,8 @@ class NXXML_API XmlSTag : public XmlETag {
     XmlETag::operator()(name);
     return *this;
   }
-  // As the UTF-16 forms; both texts are decoded before anything changes.
+  // As the UTF-16 forms; both texts are decoded before anything changes, and
+  // the value is cut at a zero character as there.
   int SetAttribute(std::string_view name, std::string_view value, int overwrite = 1);
   int SetLongAttr(std::string_view name, long value, int overwrite = 1);
   int SetTimeAttr(std::string_view name, AdDateTime value, int overwrite = 1);
