@@ -1,5 +1,10 @@
 // Streams: reading XML through expat into tokens, writing tokens as UTF-8,
 // conversion between UTF-8, UTF-16 and code pages, byte sources.
+//
+// How to read the comments below: as in xmlcontent.h. "Raises" means throws
+// a QmMsgException* (the output stream's full output: an XmlException*);
+// the catcher frees it with Delete(). Costs are linear in the bytes or
+// units handled unless stated. One stream belongs to one thread at a time.
 #pragma once
 
 #include <deque>
@@ -7,6 +12,8 @@
 #include <fstream>
 #include <memory>
 #include <sstream>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "nxcharsets.h"
@@ -35,18 +42,24 @@ inline constexpr unsigned int IsAsciiCCMask = 0xFFFFFFE0u;
 inline constexpr unsigned short s_NonAsciiUTF16Mask = 0xFF80;
 
 // Decodes the escaped form of buf[0..len) in place; len becomes the units left.
+// Raises the unreachable-code message for a mark followed by a unit no writer makes.
 NXXML_API void ConvertXMLSafeCCToAsciiCC(unsigned short* buf, int& len, bool& inEscape);
 // UTF-8 to UTF-16 with the escape decoded; numBytes < 0 converts through the terminating zero.
+// wide is new[]ed for the caller (null when nothing was converted); raises 27317 on malformed
+// UTF-8 when strict, 27316 on non-ASCII under asciiOnly + strict; nothing is handed out on a raise.
 NXXML_API void UTF82UTF16(bool startsWithEscape, const char* data, int numBytes, bool asciiOnly,
                           bool throwOnDecodeError, unsigned short*& wide, int& wideStringSize,
                           bool& endsWithEscape);
 // A whole zero-terminated UTF-8 string, escape decoded, as one string.
+// Raises as UTF82UTF16, and "endedWithEscape == false" for a text ending inside an escape.
 NXXML_API Obx_String UTF82CString(const char* data, bool asciiOnly, bool throwOnDecodeError);
 // UTF-16 to UTF-8 (buffer of 4 bytes a unit, size without terminator), escaping when asked.
+// utf8Chars is new[]ed for the caller; raises "wideCharsSize > 0", "U_SUCCESS(uerr)" (an unpaired surrogate).
 NXXML_API void do_UTF162UTF8(const unsigned short* wideChars, int wideCharsSize, char*& utf8Chars,
                              int& utf8Size, int escapeControlChars);
 
 // Bytes of the locale's code page to UTF-8; dataSize < 0 converts through the terminating zero.
+// utf8Chars is new[]ed for the caller; raises 27317 on bytes the code page cannot decode.
 NXXML_API void ACP2UTF8(const char* data, int dataSize, char*& utf8Chars, int& utf8Size,
                         int escapeControlChars);
 // A zero-terminated text of the locale's code page to zero-terminated UTF-8.
@@ -57,6 +70,7 @@ NXXML_API void CP2UTF8(const char* data, int dataSize, char*& utf8Chars, int& ut
 // A zero-terminated text of a numbered code page to zero-terminated UTF-8.
 NXXML_API void CP2UTF8(const char* data, char*& utf8Chars, unsigned int codePage, int escapeControlChars);
 // A UTF-8 chunk, escape decoded, to ASCII (asciiOnly) or the locale's code page.
+// encodedChars is new[]ed for the caller; raises 27317, 27316, or 27315 for text the code page cannot hold.
 NXXML_API void UTF82ACP(bool startsWithEscape, const char* data, int numBytes, bool asciiOnly,
                         bool throwOnDecodeError, char*& encodedChars, int& encodedDataSize,
                         bool& endsWithEscape);
@@ -74,6 +88,7 @@ NXXML_API void UTF82CP(bool startsWithEscape, const char* data, int numBytes, bo
 
 // Where the input stream's bytes come from. A source can also say where the
 // parser reading it stands, and render such a place as text.
+// Subclass it to read from anything; the input stream that takes it owns and deletes it.
 class NXXML_API IXmlStreamSource {
  public:
   IXmlStreamSource() = default;
@@ -83,6 +98,7 @@ class NXXML_API IXmlStreamSource {
   // True when no more bytes will come.
   virtual bool eof() = 0;
   // Fills up to n bytes; returns the number delivered (0 at the end).
+  // An implementation raises (any exception) on a failed read; the stream passes it on.
   virtual long read(char* buf, long n) = 0;
   virtual ~IXmlStreamSource();
   // The parser's current place, rendered through this source's own
@@ -91,9 +107,11 @@ class NXXML_API IXmlStreamSource {
   // Stores the parser's current line, column and byte index; unset when no
   // parser is attached.
   virtual void StoreSourceLocation(XmlSourceLocation& loc) const;
+  // A place of this source as text for a message.
   virtual Obx_String RenderSourceLocation(const XmlSourceLocation& loc) const;
   // The expat parser that reads this source (not owned).
   virtual void SetXmlParser(void* parser) { m_parser = parser; }
+  // The expat parser set by SetXmlParser, borrowed.
   void* GetXmlParser() const { return m_parser; }
 
  protected:
@@ -103,6 +121,7 @@ class NXXML_API IXmlStreamSource {
 // Reads a caller's file stream, which must outlive the source.
 class NXXML_API IXmlStreamFileSource : public IXmlStreamSource {
  public:
+  // A read that fails (not the end of the file) raises 27323 with the reason.
   explicit IXmlStreamFileSource(std::ifstream& in) : m_stream(&in) {}
   bool eof() override;
   long read(char* buf, long n) override;
@@ -127,10 +146,14 @@ class NXXML_API IXmlStreamStringSource : public IXmlStreamSource {
 // and count lines and bytes from the start of the first file.
 class NXXML_API IXmlStreamMultiFileSource : public IXmlStreamSource {
  public:
+  // Copies the names; files are opened one by one as reading reaches them (one that cannot be opened raises 27309 then).
   explicit IXmlStreamMultiFileSource(CStringArray& fileNames);
+  // The same with UTF-8 names; raises 27317 on a malformed one.
+  explicit IXmlStreamMultiFileSource(const std::vector<std::string>& fileNames);
   ~IXmlStreamMultiFileSource() override;
   bool eof() override;
   long read(char* buf, long n) override;
+  // The place with the index of the file it lies in.
   void StoreSourceLocation(XmlSourceLocation& loc) const override;
   Obx_String RenderSourceLocation(const XmlSourceLocation& loc) const override;
   // One raw step: reads the open file, or opens the next one.
@@ -146,6 +169,7 @@ class NXXML_API IXmlStreamMultiFileSource : public IXmlStreamSource {
 };
 
 // A new string source over in; the caller owns the result.
+// The source borrows in, which must outlive it.
 NXXML_API IXmlStreamSource* XmlStringSourceFactory(std::istringstream& in);
 
 // ---------------------------------------------------------------------------
@@ -426,6 +450,7 @@ class XmlTokenQueue;
 // error, raised when a reader reaches it.
 class NXXML_API XmlError : public XmlCharData {
  public:
+  // Made by the input stream only; readers meet it as a raised message.
   explicit XmlError(const Obx_String& text) : XmlCharData(text) {}
   XmlToken_t GetType() const override { return XT_ILLEGAL; }
 };
@@ -449,30 +474,42 @@ class NXXML_API IXmlStream {
   // (with strict decoding); lenientDecoding substitutes malformed UTF-8
   // instead of making it an error.
   IXmlStream(IXmlStreamSource* source, bool asciiOnly = false, bool lenientDecoding = false);  // takes ownership
+  // The stream borrows in (and the ifstream below), which must outlive it.
   IXmlStream(std::istringstream& in, bool asciiOnly = false, bool lenientDecoding = false);
   IXmlStream(std::ifstream& in, bool asciiOnly = false, bool lenientDecoding = false);
+  // The names are copied; a file that cannot be opened raises 27309 when reading reaches it.
   IXmlStream(CStringArray& fileNames, bool asciiOnly = false, bool lenientDecoding = false);
+  // The files of a list read as one input, named in UTF-8 (27317 on a
+  // malformed name).
+  IXmlStream(const std::vector<std::string>& fileNames, bool asciiOnly = false, bool lenientDecoding = false);
+  // Close(): frees the parser, the converter, the source and the queued tokens.
   virtual ~IXmlStream();
   IXmlStream(const IXmlStream&) = delete;
   IXmlStream& operator=(const IXmlStream&) = delete;
 
+  // Where the parser stands, as text for a message.
   virtual Obx_String RenderCurrentLocation() const;
+  // A token's place (its GetLocation()) as text for a message.
   virtual Obx_String RenderSourceLocation(const XmlSourceLocation& loc) const;
 
+  // Makes the expat parser; the constructors call it.
   void BuildParser();
   // Fills the queue with at least one token reading one byte at a time, so
   // that no more input is consumed than the first token needs.
   int Parse_First();
   // Fills the queue as the readers need; true when it holds a token.
   int Parse_More();
+  // Driver steps the readers use; an application calls the readers instead.
   int FillTokenBuffer(char* buf, unsigned int bufSize, int accumulate);
   void ReadAndParse(char* buf, unsigned int bufSize);
 
   // Removes and returns the head token, character data whole; null at the
   // end of the input. The caller owns the token (delete it, or hand it to
   // an NXSmartPtr).
+  // Parses as needed (a failing source raises); an error token is handed out like any other.
   XmlToken* GetNextToken();
   // Removes and frees the head token; 0 when none was left.
+  // Raises what the parse of more input raises.
   int SkipToken();
   // Puts a token at the head of the queue; the stream owns it from then on,
   // except a start tag already converted (one read from a stream): the
@@ -493,22 +530,30 @@ class NXXML_API IXmlStream {
   // Frees the parser, the converter, the source and every queued token.
   void Close();
   // Replaces (and owns) the converter; null installs a default one.
+  // The stream deletes the previous converter.
   void SetConverter(XmlConverter* converter);
+  // The converter in use, borrowed.
   XmlConverter* GetConverter() const { return m_converter.get(); }
   // Puts the repairing source of a packet version in front of the source,
   // before the first read; a stream already repairing is refused.
   void CleanSource(AdRelayPacketVersion_t version);
 
   // The head token's type, XT_EOF at the end of the input.
+  // Raises the queued error when the head token is one; parses only as far as needed.
   XmlToken_t GetNextTokenType();
   // The same; a start tag at the head is also copied into tag.
   XmlToken_t GetNextTokenType(XmlSTag& tag);
   // True and the name when the head token is a start or end tag.
+  // Raises as GetNextTokenType.
   bool GetNextTokenName(Obx_String& name);
+  // The same with the name in UTF-8.
+  bool GetNextTokenName(std::string& name);
   // Reads the text at the head as it stands (possibly a piece of a longer
   // run); 0 at the end of the input.
+  // Raises 27301 when the head is not character data, or the queued error.
   int GetCharDataUnaccumulated(XmlCharData& text);
   // Skips the element (or the text) at the head.
+  // Linear in the tokens skipped; raises a queued error it meets.
   void SkipElement();
   // On before the first read: the source may hold any number of top-level
   // elements. Off after the last one.
@@ -522,6 +567,7 @@ class NXXML_API IXmlStream {
 
   // The deepest element nesting the stream accepts; deeper input raises
   // message 27322 at the start tag that goes too deep.
+  // Set before the first read.
   void SetMaxElementDepth(int depth) { m_maxElementDepth = depth; }
   int GetMaxElementDepth() const { return m_maxElementDepth; }
   // The largest token the stream accepts (see DEFAULT_MAX_TOKEN_SIZE).
@@ -624,6 +670,7 @@ NXXML_API IXmlStream& operator>>(IXmlStream& in, XmlETag& tag);
 NXXML_API IXmlStream& operator>>(IXmlStream& in, XmlCharData& text);
 // A whole element with its subtree; one cut off by the end of the input is
 // returned as far as it was read.
+// Linear in the element's input; raises 27305-27307 for mismatched names, and the queued error.
 NXXML_API IXmlStream& operator>>(IXmlStream& in, XmlElement& element);
 
 // ===========================================================================
@@ -647,10 +694,12 @@ class NXXML_API XmlException : public CException {
 
 class OXmlFileSeries;
 
+// Writes UTF-8; see the constructors for what it owns.
 class NXXML_API OXmlStream {
  public:
   // Writes to a caller's stream, which must outlive this one. maxSize > 0
   // limits the bytes written; beyond it XmlException is raised.
+  // The stream borrows os.
   OXmlStream(std::ostream& os, long long maxSize);
   // The same; Str() returns the string stream's contents.
   OXmlStream(std::ostringstream& os, long long maxSize);
@@ -662,14 +711,20 @@ class NXXML_API OXmlStream {
   // Writes the files fileName, fileName_2, ... of at most maxSize bytes each
   // (maxSize <= 0: one file, no limit), at most maxFiles of them (0: no
   // limit). Raises 27304 when the first file cannot be opened.
+  // The stream owns the files it opens; they stay on disk after it dies.
   OXmlStream(const unsigned short* fileName, long long maxSize, int maxFiles);
+  // The same with a UTF-8 file name; raises 27317 when it is malformed.
+  OXmlStream(std::string_view fileName, long long maxSize, int maxFiles);
+  // Close()s and deletes an owned converter.
   virtual ~OXmlStream();
   OXmlStream(const OXmlStream&) = delete;
   OXmlStream& operator=(const OXmlStream&) = delete;
 
   // Writes n raw UTF-8 bytes.
+  // Raises XmlException* when the output is full, 27320 when a file write fails.
   void write(const char* bytes, long n);
   // Writes n UTF-16 units as UTF-8 (n < 1: up to the terminating zero).
+  // Raises "wideChars != __null" for null text, and as write above.
   void write(const unsigned short* wideChars, long n);
   // Writes as much of the bytes as the limit allows, rolling over to the
   // next file of a series; raises XmlException when nothing can take the rest.
@@ -697,9 +752,11 @@ class NXXML_API OXmlStream {
   void Close();
 
   // Lists the files of the series in order; returns their total size in bytes.
+  // Linear in the files (each one is opened to take its length).
   double Get_Created_Files(CStringArray& files);
   // Removes the files of the series from the last down to the first keep
   // ones; call Close() first.
+  // A file that cannot be removed is passed over silently.
   void Delete_Created_Files(unsigned int keep);
 
   // With overflow allowed, a series that runs out of files goes on past its
@@ -775,14 +832,19 @@ class NXXML_API OXmlStream {
 };
 
 // Writes a zero-terminated UTF-16 text.
+// Raises as OXmlStream::write; the text is not escaped as markup.
 NXXML_API OXmlStream& operator<<(OXmlStream& out, const unsigned short* text);
 inline OXmlStream& operator<<(OXmlStream& out, const char16_t* text) {
   return out << reinterpret_cast<const unsigned short*>(text);
 }
+// Writes a UTF-8 text as the UTF-16 form does (checked strictly: 27317 on
+// malformed bytes, nothing written); it is not escaped as markup.
+NXXML_API OXmlStream& operator<<(OXmlStream& out, std::string_view text);
 // Writes the decimal digits straight to the byte stream: they are neither
 // counted nor limited, and never start a new file.
 NXXML_API OXmlStream& operator<<(OXmlStream& out, long value);
 // Writes the token's image (its virtual GetImage).
+// Raises what the image raises (nothing is written then) and what write raises; linear in the image.
 NXXML_API OXmlStream& operator<<(OXmlStream& out, const XmlToken& token);
 NXXML_API OXmlStream& operator<<(OXmlStream& out, const XmlElement& element);
 NXXML_API OXmlStream& operator<<(OXmlStream& out, const XmlCharData& text);
@@ -792,9 +854,11 @@ NXXML_API OXmlStream& operator<<(OXmlStream& out, const XmlETag& tag);
 NXXML_API OXmlStream& operator<<(OXmlStream& out, const XmlSTag& tag);
 // Appends everything written to the string-backed stream rhs (up to its first
 // zero byte), closing rhs.
+// Raises "&lhs != &rhs" for itself and "rhs.GetIsStrstream()" for a file-backed rhs.
 NXXML_API OXmlStream& operator<<(OXmlStream& lhs, OXmlStream& rhs);
 // Copies the input's next token to out; at the end of the input writes
 // nothing. A queued error is raised instead of written.
+// Linear in the token; raises the queued error or what the output raises.
 NXXML_API IXmlStream& operator>>(IXmlStream& in, OXmlStream& out);
 // End of the output section.
 // ===========================================================================

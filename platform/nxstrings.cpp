@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ostream>
 
 namespace {
 
@@ -236,3 +237,5 @@ long AdStrToLong(const unsigned short* s) {
   errno = 0;
   return std::strtol(narrow.c_str(), nullptr, 10);
 }
+
+std::ostream& operator<<(std::ostream& os, const Obx_String& s) { return os << s.ToUtf8(); }

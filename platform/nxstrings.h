@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <iosfwd>
 #include <string>
 #include <type_traits>
 
@@ -134,6 +135,9 @@ class NXPLATFORM_API Obx_String {
 // A friend declaration does not take the class's visibility: export the
 // out-of-line comparison explicitly.
 NXPLATFORM_API bool operator==(const Obx_String& a, const unsigned short* b);
+// Writes the text as UTF-8 (malformed units substituted, as ToUtf8 does), so
+// that std::cout << tag.GetName() prints the name rather than a pointer.
+NXPLATFORM_API std::ostream& operator<<(std::ostream& os, const Obx_String& s);
 
 inline ObxFormatArg::ObxFormatArg(const Obx_String& s)
     : kind(WIDE), wide(s.GetData()), wideLength(static_cast<std::size_t>(s.GetLength())) {}

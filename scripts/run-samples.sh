@@ -28,3 +28,12 @@ trap 'rm -rf "$out"' EXIT
 "$nxxml" attach attachment.bin --element file -o "$out/attached.xml" --max-size 256
 "$nxxml" extract --joined "$out"/attached.xml "$out"/attached.xml_2 "$out"/attached.xml_3 -o "$out/attachment.bin"
 cmp attachment.bin "$out/attachment.bin" && echo "attachment.bin: the same bytes after attach and extract"
+
+# The four everyday tasks of samples/, as an application writes them.
+bin="$root/build/samples"
+"$bin/read_records" packet.xml
+"$bin/update_values" packet.xml "$out/updated.xml"
+cat "$out/updated.xml"; echo
+"$bin/write_packet"
+"$bin/report_error" packet.xml
+if "$bin/report_error" malformed.xml; then exit 1; fi

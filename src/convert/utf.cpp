@@ -164,10 +164,7 @@ int DecodeUTF8(bool& escape, const char* data, int numBytes, bool asciiOnly, boo
   u_strFromUTF8WithSub(reinterpret_cast<UChar*>(units), numBytes, &produced, data, numBytes,
                        throwOnDecodeError ? U_SENTINEL : 0xFFFD, nullptr, &status);
   if (U_FAILURE(status))
-    AdThrowMsgExcept(kCannotDecodeMsgId,
-                     "wide.cvtFromMBCS(AdCharset::getUTF8Charset(), data, numBytes, (throwOnDecodeError ? "
-                     "AdCharset::Strict : AdCharset::Nonstrict))",
-                     kStreamUnit, __LINE__);
+    AdThrowMsgExcept(kCannotDecodeMsgId, nxconvert::kCannotDecodeText, kStreamUnit, __LINE__);
   const int size = DecodeEscapes(units, produced, units, escape);
   // Bytes that decode to nothing are legal only as a lone escape mark.
   AD_ASSERT_TEXT(size > 0 || escape == 1, "wideStringSize > 0 || endsWithEscape == 1", kStreamUnit);
