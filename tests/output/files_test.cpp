@@ -10,24 +10,8 @@
 
 namespace {
 
-// Each test writes in a fresh folder, removed with its contents.
-class SeriesTest : public ::testing::Test {
+class SeriesTest : public TempDirTest {
  protected:
-  void SetUp() override {
-    char tmpl[] = "/tmp/nxxml_output_XXXXXX";
-    ASSERT_NE(::mkdtemp(tmpl), nullptr);
-    m_dir = tmpl;
-  }
-  void TearDown() override {
-    if (std::system(("rm -rf '" + m_dir + "'").c_str()) != 0) ADD_FAILURE() << "cannot remove " << m_dir;
-  }
-  std::string Path(const std::string& name) const { return m_dir + "/" + name; }
-  Obx_String Wide(const std::string& name) const { return Obx_String::FromUtf8(Path(name).c_str()); }
-  static bool Exists(const std::string& path) { return ::access(path.c_str(), F_OK) == 0; }
-  static std::string Read(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-  }
   // The files the stream lists, each "name:size", and the total; joined
   // gets their contents one after the other.
   std::string Listed(OXmlStream& out, std::string* joined = nullptr) {
@@ -42,8 +26,6 @@ class SeriesTest : public ::testing::Test {
     }
     return listed + "= " + std::to_string(static_cast<long long>(total));
   }
-
-  std::string m_dir;
 };
 
 TEST_F(SeriesTest, CutAtTheLimitAndTheNumberOfFiles) {

@@ -16,23 +16,8 @@
 
 namespace {
 
-class Mime64Test : public ::testing::Test {
+class Mime64Test : public TempDirTest {
  protected:
-  void SetUp() override {
-    char tmpl[] = "/tmp/nxxml_mime64_XXXXXX";
-    ASSERT_NE(::mkdtemp(tmpl), nullptr);
-    m_dir = tmpl;
-  }
-  void TearDown() override {
-    if (std::system(("rm -rf '" + m_dir + "'").c_str()) != 0) ADD_FAILURE() << "cannot remove " << m_dir;
-  }
-  std::string Path(const std::string& name) const { return m_dir + "/" + name; }
-  Obx_String Wide(const std::string& name) const { return Obx_String::FromUtf8(Path(name).c_str()); }
-  static bool Exists(const std::string& path) { return ::access(path.c_str(), F_OK) == 0; }
-  static std::string Read(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-  }
   void WriteFile(const std::string& name, const std::string& bytes) {
     std::ofstream(Path(name), std::ios::binary) << bytes;
   }
@@ -61,8 +46,6 @@ class Mime64Test : public ::testing::Test {
     IXmlStream in(new TrickleSource(xml, std::move(sizes)));
     return Extract(in);
   }
-
-  std::string m_dir;
 };
 
 std::string RandomBytes(std::size_t n, unsigned seed) {
