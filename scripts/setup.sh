@@ -21,10 +21,10 @@ fi
 # Old packets are in the code page of the process's locale: the tests need
 # a double-byte code page whose trail bytes can be ASCII, and a Windows
 # single-byte one.
-for spec in zh_CN:GBK en_US:CP1252; do
-  name=${spec%%:*}.${spec##*:}
+for wanted in zh_CN:GBK en_US:CP1252; do
+  name=${wanted%%:*}.${wanted##*:}
   if ! locale -a 2>/dev/null | grep -qix "${name//-/}"; then
     echo "setup: generating the locale $name"
-    localedef -i "${spec%%:*}" -f "${spec##*:}" "$name"
+    localedef -i "${wanted%%:*}" -f "${wanted##*:}" "$name"
   fi
 done

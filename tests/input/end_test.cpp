@@ -107,7 +107,7 @@ TEST(EndOfInput, EmbeddedClosingStepReportsACutRecord) {
     open.SetEmbeddedElementMode(1);
     EXPECT_EQ(TokensToTheEnd(open).back(), "! The input ends inside 1 open element(s) at line 1, column 15, byte 15.");
 
-    // The spec'd way out of embedded mode raises the cut record too.
+    // Leaving embedded mode, the documented way out, raises the cut record too.
     IXmlStream closing(new TrickleSource("<a/><b", {size}));
     closing.SetEmbeddedElementMode(1);
     AllTokens(closing);
