@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -74,26 +75,31 @@ std::unique_ptr<IXmlStream> OpenInput(const Input& input, const InputOptions& op
 // The source of one input: a file, standard input, or files joined; raises
 // InputError when a file cannot be opened or is a folder.
 IXmlStreamSource* OpenSource(const Input& input, bool joined, std::unique_ptr<std::ifstream>& keepAlive);
-// A source that counts the bytes it hands on, so that a refusal for size
-// can be told from other failures.
+// Wraps a source (and owns it), telling onRead how many bytes each read
+// hands on: for the progress line, and to tell a refusal for size from other
+// failures. Everything else, locations included, is the wrapped source's.
 class CountingSource : public IXmlStreamSource {
  public:
-  CountingSource(IXmlStreamSource* source, long long& count) : m_source(source), m_count(count) {}
+  CountingSource(IXmlStreamSource* source, std::function<void(long)> onRead)
+      : m_source(source), m_onRead(std::move(onRead)) {}
   bool eof() override { return m_source->eof(); }
   long read(char* buf, long n) override {
     const long got = m_source->read(buf, n);
-    if (got > 0) m_count += got;
+    if (got > 0) m_onRead(got);
     return got;
   }
   void StoreSourceLocation(XmlSourceLocation& loc) const override { m_source->StoreSourceLocation(loc); }
+  Obx_String RenderSourceLocation(const XmlSourceLocation& loc) const override {
+    return m_source->RenderSourceLocation(loc);
+  }
   void SetXmlParser(void* parser) override {
-    m_parser = parser;
+    IXmlStreamSource::SetXmlParser(parser);
     m_source->SetXmlParser(parser);
   }
 
  private:
   std::unique_ptr<IXmlStreamSource> m_source;
-  long long& m_count;
+  std::function<void(long)> m_onRead;
 };
 // What to say of a packet larger than maxBytes.
 std::string TooLarge(long long maxBytes);

@@ -49,7 +49,8 @@ int RunDetect(const DetectOptions& options) {
     try {
       std::unique_ptr<std::ifstream> keepAlive;
       long long delivered = 0;
-      IXmlStreamSource* source = new CountingSource(OpenSource({file, {file}}, false, keepAlive), delivered);
+      IXmlStreamSource* source = new CountingSource(OpenSource({file, {file}}, false, keepAlive),
+                                                    [&delivered](long n) { delivered += n; });
       DetectType_t type = eDetectedTypePlain;
       int nonAscii = 0, corrupt = 0;
       try {

@@ -149,7 +149,7 @@ namespace {
 IXmlStreamSource* DetectAndClean(IXmlStreamSource* source, long long maxBytes) {
   long long delivered = 0;
   try {
-    return XmlDetectAndCleanStream(new CountingSource(source, delivered), static_cast<unsigned int>(maxBytes));
+    return XmlDetectAndCleanStream(new CountingSource(source, [&delivered](long n) { delivered += n; }), static_cast<unsigned int>(maxBytes));
   } catch (QmMsgException* e) {
     if (delivered > maxBytes) {
       e->Delete();
@@ -172,7 +172,7 @@ std::unique_ptr<IXmlStream> OpenInput(const Input& input, const InputOptions& op
                                       std::unique_ptr<std::ifstream>& keepAlive, Progress* progress) {
   IXmlStreamSource* source = OpenSource(input, options.joined, keepAlive);
   // Counted as read from the input, before any repair changes its size.
-  if (progress) source = new ProgressSource(source, *progress);
+  if (progress) source = new CountingSource(source, [progress](long n) { progress->Add(n); });
   if (options.format == "auto") source = DetectAndClean(source, options.maxBytes);
   std::unique_ptr<IXmlStream> stream(new IXmlStream(source, false, options.lenient));
   if (options.format != "auto" && options.format != "5")

@@ -77,9 +77,3 @@ long long InputSize(const std::vector<std::string>& files) {
   }
   return total;
 }
-
-long ProgressSource::read(char* buf, long n) {
-  const long got = m_source->read(buf, n);
-  if (got > 0) m_progress.Add(got);
-  return got;
-}

@@ -43,24 +43,3 @@ class Progress {
 // The size of the files of an input in bytes, -1 when one is not a
 // regular file (standard input from a pipe, for one).
 long long InputSize(const std::vector<std::string>& files);
-
-// Wraps a source (and owns it), counting into progress every byte it hands
-// out; everything else, locations included, is the wrapped source's.
-class ProgressSource : public IXmlStreamSource {
- public:
-  ProgressSource(IXmlStreamSource* source, Progress& progress) : m_source(source), m_progress(progress) {}
-  bool eof() override { return m_source->eof(); }
-  long read(char* buf, long n) override;
-  void StoreSourceLocation(XmlSourceLocation& loc) const override { m_source->StoreSourceLocation(loc); }
-  Obx_String RenderSourceLocation(const XmlSourceLocation& loc) const override {
-    return m_source->RenderSourceLocation(loc);
-  }
-  void SetXmlParser(void* parser) override {
-    IXmlStreamSource::SetXmlParser(parser);
-    m_source->SetXmlParser(parser);
-  }
-
- private:
-  std::unique_ptr<IXmlStreamSource> m_source;
-  Progress& m_progress;
-};
