@@ -653,6 +653,16 @@ class NXXML_API IXmlStream {
   // The index just past the last event expat reported: what lies between
   // it and m_bytesParsed is held back as an unfinished token.
   long long m_consumed = 0;
+  // The place of the last event expat reported: its first byte, and the
+  // line and column there. The handlers keep them from the event's own
+  // bytes, so a token's location costs no second pass of the parser over
+  // the input; m_line and m_column hold the place just past the event, or
+  // -1 when the stream lost count and must ask the parser.
+  long long m_eventByte = -1;
+  long long m_eventLine = 1;
+  long long m_eventColumn = 0;
+  long long m_line = 1;
+  long long m_column = 0;
   // Bytes of the text token at the tail of the queue, summed over pieces.
   long long m_tailTextBytes = 0;
   // Whether the artificial root of embedded mode is open.

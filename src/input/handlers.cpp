@@ -3,7 +3,13 @@
 // stream's queue, and refuses the XML the library does not accept.
 #include "input/handlers.h"
 
+#include <cstdio>
+#include <cstdlib>
 #include <memory>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "ids.h"
 #include "input/decode.h"
@@ -11,10 +17,77 @@
 
 using namespace nxmsg;
 
+namespace {
+
+// Whether s[0..n) holds a line end or a byte outside ASCII. Most events
+// (tags, names, texts of a packet) hold neither, and then every byte is a
+// column. Short events are read as two overlapping halves.
+bool HasBreakOrWide(const char* s, std::size_t n) {
+#if defined(__SSE2__)
+  const __m128i lf = _mm_set1_epi8('\n');
+  const __m128i cr = _mm_set1_epi8('\r');
+  if (n >= 16) {
+    __m128i any = _mm_setzero_si128();
+    std::size_t k = 0;
+    for (; k + 16 <= n; k += 16) {
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + k));
+      any = _mm_or_si128(any, _mm_or_si128(v, _mm_or_si128(_mm_cmpeq_epi8(v, lf), _mm_cmpeq_epi8(v, cr))));
+    }
+    if (k < n) {
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + n - 16));
+      any = _mm_or_si128(any, _mm_or_si128(v, _mm_or_si128(_mm_cmpeq_epi8(v, lf), _mm_cmpeq_epi8(v, cr))));
+    }
+    return _mm_movemask_epi8(any) != 0;
+  }
+  if (n >= 8) {
+    const __m128i v = _mm_unpacklo_epi64(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(s)),
+                                         _mm_loadl_epi64(reinterpret_cast<const __m128i*>(s + n - 8)));
+    return _mm_movemask_epi8(_mm_or_si128(v, _mm_or_si128(_mm_cmpeq_epi8(v, lf), _mm_cmpeq_epi8(v, cr)))) != 0;
+  }
+#endif
+  for (std::size_t k = 0; k < n; ++k) {
+    const unsigned char c = static_cast<unsigned char>(s[k]);
+    if (c >= 0x80 || c == '\n' || c == '\r') return true;
+  }
+  return false;
+}
+
+// Moves line and column over the n bytes of an event as expat counts them:
+// a line feed, a carriage return, or the two together end a line (the
+// column starts again at 0); every other character, whatever its length in
+// bytes, is one column. The pair is only seen as one inside the bytes
+// given, as expat sees it, but an event never ends between the two.
+void CountPlace(const char* s, std::size_t n, long long& line, long long& column) {
+  if (!HasBreakOrWide(s, n)) {
+    column += static_cast<long long>(n);
+    return;
+  }
+  bool afterCr = false;
+  for (std::size_t k = 0; k < n; ++k) {
+    const unsigned char c = static_cast<unsigned char>(s[k]);
+    if (c == '\n') {
+      if (!afterCr) ++line;
+      column = 0;
+      afterCr = false;
+    } else if (c == '\r') {
+      ++line;
+      column = 0;
+      afterCr = true;
+    } else {
+      // Continuation bytes (10xxxxxx) belong to the character before.
+      if ((c & 0xC0) != 0x80) ++column;
+      afterCr = false;
+    }
+  }
+}
+
+}  // namespace
+
 // The callbacks, friends of the stream and of the tokens they fill.
 class XmlHelper {
  public:
   static void Install(XML_Parser parser, IXmlStream& stream);
+  static void StorePlace(XML_Parser parser, long long& line, long long& column, long long& byteIndex);
 
  private:
   static void STagHandler(void* userData, const char* name, const char** atts);
@@ -63,10 +136,33 @@ class XmlHelper {
   static IXmlStream* StreamOf(void* userData) { return static_cast<IXmlStream*>(userData); }
   static XML_Parser Parser(IXmlStream* stream) { return static_cast<XML_Parser>(stream->m_parser.get()); }
   // Notes that expat has consumed the input up to the end of the event it
-  // reports: the bytes past that are an unfinished token it holds.
+  // reports (the bytes past that are an unfinished token it holds), and
+  // keeps the place of the event. Events follow each other without a gap,
+  // so the place at the end of one is the place at the start of the next.
   static void NoteEvent(IXmlStream* stream) {
     XML_Parser parser = Parser(stream);
-    stream->m_consumed = static_cast<long long>(XML_GetCurrentByteIndex(parser)) + XML_GetCurrentByteCount(parser);
+    const long long start = XML_GetCurrentByteIndex(parser);
+    const int count = XML_GetCurrentByteCount(parser);
+    if (start != stream->m_consumed || stream->m_line < 0) {
+      // Bytes no event reported (a byte order mark), or a place that was
+      // lost: the parser counts them itself.
+      stream->m_line = static_cast<long long>(XML_GetCurrentLineNumber(parser));
+      stream->m_column = static_cast<long long>(XML_GetCurrentColumnNumber(parser));
+    }
+    stream->m_eventByte = start;
+    stream->m_eventLine = stream->m_line;
+    stream->m_eventColumn = stream->m_column;
+    // An empty element's end tag is an event of no bytes at the end of its
+    // start tag.
+    if (count > 0) {
+      int offset = 0, size = 0;
+      const char* context = XML_GetInputContext(parser, &offset, &size);
+      if (context && offset >= 0 && offset <= size - count)
+        CountPlace(context + offset, static_cast<std::size_t>(count), stream->m_line, stream->m_column);
+      else
+        stream->m_line = -1;
+    }
+    stream->m_consumed = start + count;
   }
   // Refuses the tag expat reports when it is longer than the stream allows;
   // true when it did.
@@ -78,6 +174,34 @@ class XmlHelper {
 };
 
 void InstallHandlers(XML_Parser parser, IXmlStream& stream) { XmlHelper::Install(parser, stream); }
+
+void StoreParserPlace(void* p, long long& line, long long& column, long long& byteIndex) {
+  XmlHelper::StorePlace(static_cast<XML_Parser>(p), line, column, byteIndex);
+}
+
+void XmlHelper::StorePlace(XML_Parser parser, long long& line, long long& column, long long& byteIndex) {
+  byteIndex = static_cast<long long>(XML_GetCurrentByteIndex(parser));
+  const IXmlStream* stream = static_cast<const IXmlStream*>(XML_GetUserData(parser));
+  // A line and a column are a function of the byte index: at the place of
+  // the event the handlers last noted, theirs are the parser's. Elsewhere
+  // (a failure expat met between events) the parser counts.
+  if (stream && byteIndex >= 0 && byteIndex == stream->m_eventByte) {
+    line = stream->m_eventLine;
+    column = stream->m_eventColumn;
+#ifdef NXXML_CHECK_PLACES
+    if (line != static_cast<long long>(XML_GetCurrentLineNumber(parser)) ||
+        column != static_cast<long long>(XML_GetCurrentColumnNumber(parser))) {
+      std::fprintf(stderr, "place of byte %lld counted as line %lld column %lld, expat says %lld %lld\n",
+                   byteIndex, line, column, static_cast<long long>(XML_GetCurrentLineNumber(parser)),
+                   static_cast<long long>(XML_GetCurrentColumnNumber(parser)));
+      std::abort();
+    }
+#endif
+    return;
+  }
+  line = static_cast<long long>(XML_GetCurrentLineNumber(parser));
+  column = static_cast<long long>(XML_GetCurrentColumnNumber(parser));
+}
 
 void XmlHelper::Install(XML_Parser parser, IXmlStream& stream) {
   XML_SetElementHandler(parser, STagHandler, ETagHandler);

@@ -10,3 +10,7 @@
 // data, and the refusal of everything else (CDATA sections, a document type
 // declaration, comments, processing instructions, declarations).
 void InstallHandlers(XML_Parser parser, IXmlStream& stream);
+
+// The parser's current line, column and byte index, as expat reports them;
+// parser is one an input stream built.
+void StoreParserPlace(void* parser, long long& line, long long& column, long long& byteIndex);

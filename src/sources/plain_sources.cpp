@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "ids.h"
+#include "input/handlers.h"
 #include "sources/location.h"
 #include "xmlstream.h"
 
@@ -59,9 +60,9 @@ void IXmlStreamSource::StoreSourceLocation(XmlSourceLocation& loc) const {
     loc.Unset();
     return;
   }
-  loc.SetPosition(static_cast<long long>(XML_GetCurrentLineNumber(parser)),
-                  static_cast<long long>(XML_GetCurrentColumnNumber(parser)),
-                  static_cast<long long>(XML_GetCurrentByteIndex(parser)));
+  long long line = 0, column = 0, byteIndex = 0;
+  StoreParserPlace(parser, line, column, byteIndex);
+  loc.SetPosition(line, column, byteIndex);
 }
 
 Obx_String IXmlStreamSource::RenderSourceLocation(const XmlSourceLocation& loc) const {
@@ -140,9 +141,9 @@ void IXmlStreamMultiFileSource::StoreSourceLocation(XmlSourceLocation& loc) cons
     loc.Unset();
     return;
   }
-  loc.SetPosition(static_cast<long long>(XML_GetCurrentLineNumber(parser)) - m_lineBase,
-                  static_cast<long long>(XML_GetCurrentColumnNumber(parser)) - m_columnBase,
-                  static_cast<long long>(XML_GetCurrentByteIndex(parser)) - m_byteBase, m_filesOpened - 1);
+  long long line = 0, column = 0, byteIndex = 0;
+  StoreParserPlace(parser, line, column, byteIndex);
+  loc.SetPosition(line - m_lineBase, column - m_columnBase, byteIndex - m_byteBase, m_filesOpened - 1);
 }
 
 Obx_String IXmlStreamMultiFileSource::RenderSourceLocation(const XmlSourceLocation& loc) const {

@@ -36,6 +36,52 @@ TEST(IXmlStream, TokensDoNotDependOnReadSizes) {
   }
 }
 
+// The line and column of a byte as expat counts them: a line feed, a
+// carriage return or the two together end a line, and a character of any
+// length is one column.
+void PlaceOf(const std::string& doc, long long byte, long long& line, long long& column) {
+  line = 1;
+  column = 0;
+  for (long long k = 0; k < byte; ++k) {
+    const unsigned char c = static_cast<unsigned char>(doc[static_cast<std::size_t>(k)]);
+    if (c == '\n' || c == '\r') {
+      ++line;
+      column = 0;
+      if (c == '\r' && k + 1 < byte && doc[static_cast<std::size_t>(k + 1)] == '\n') ++k;
+    } else if ((c & 0xC0) != 0x80) {
+      ++column;
+    }
+  }
+}
+
+TEST(IXmlStream, LocationsAreExpatsLineAndColumnOfTheTokensByte) {
+  // Every kind of line end, characters of one to four bytes, a byte order
+  // mark, tags and texts cut by reads, and places past 16-byte runs.
+  const std::string wide = Repeat("\xC3\xA9\xE4\xB8\xADx\r\ny\rz\n\xF0\x9F\x98\x80", 400);
+  const std::vector<std::string> docs = {
+      "<r>\r\n<a x=\"1\"\r\n y='2'>t\xC3\xA9xt\r\nmore</a>\r<b/>\r\r\n<c>\xF0\x9F\x98\x80z</c>\n\t<d>&amp;&#xE9;x</d></r>",
+      "\xEF\xBB\xBF<r>\n<a/>\xE4\xB8\xAD<b>\r\n\r\n</b></r>",
+      "<r>" + wide + "<a v=\"" + wide + "\">" + wide + "</a>\r\n<b/></r>",
+      "<r\n>\n\n<a\r\n/>\n" + Repeat("0123456789abcdef\n", 300) + "<b\t/></r\r\n>",
+  };
+  for (const std::string& doc : docs) {
+    for (const std::vector<long>& sizes : std::vector<std::vector<long>>{{ReadSize()}, {1}, {7, 4096, 3}}) {
+      IXmlStream in(new TrickleSource(doc, sizes));
+      int tokens = 0;
+      while (XmlToken* raw = in.GetNextToken()) {
+        NXSmartPtr<XmlToken> token(raw);
+        long long line = 0, column = 0, byte = 0, wantLine = 0, wantColumn = 0;
+        token->GetLocation().Position(line, column, byte);
+        PlaceOf(doc, byte, wantLine, wantColumn);
+        ASSERT_EQ(line, wantLine) << Describe(*token) << " at byte " << byte;
+        ASSERT_EQ(column, wantColumn) << Describe(*token) << " at byte " << byte;
+        ++tokens;
+      }
+      EXPECT_GT(tokens, 4);
+    }
+  }
+}
+
 TEST(IXmlStream, NewlineRuleDropsOnlyTheFirstLineFeedAfterATag) {
   struct Case {
     const char* xml;
