@@ -3,14 +3,12 @@
 #include <emmintrin.h>
 #endif
 
-#include <cstdint>
 #include <cstring>
 
 #include "convert/convert_private.h"
 #include "ids.h"
 #include "input/decode.h"
 #include "nxmessages.h"
-#include "sanitizer.h"
 
 namespace {
 
@@ -61,51 +59,15 @@ std::size_t WidenAscii(const char* s, std::size_t n, unsigned short* d) {
 // control-character escape (whose mark is not ASCII) nor the ASCII check
 // can apply, so this gives what the full conversion gives, in the same pass
 // that finds where the ASCII ends. Most names, values and texts of a packet
-// are ASCII throughout. The units are staged on the stack and appended in
-// one piece: growing the string first would fill it for nothing.
+// are ASCII throughout. The units are widened in place, into room made for
+// all of them: staging them and copying them over costs a copy of unknown
+// length for every short text.
 std::size_t AppendAsciiPrefix(const char* s, std::size_t n, Obx_StdString& out) {
-  const std::size_t kStage = 512;
-  unsigned short staged[kStage];
-  std::size_t k = 0;
-  while (k < n) {
-    const std::size_t m = n - k < kStage ? n - k : kStage;
-    const std::size_t ascii = WidenAscii(s + k, m, staged);
-    out.append(staged, ascii);
-    k += ascii;
-    if (ascii < m) break;
-  }
-  return k;
-}
-
-// Widens the ASCII bytes of the zero-terminated s into d until the zero
-// byte, a byte with its high bit set, or room units; returns how many it
-// widened. Finding the end and widening is one pass. Whole blocks are read
-// only from 16-byte boundaries, so a read past the zero byte never leaves
-// the page the string ends in; the address checker, which looks at bytes
-// rather than pages, is given the byte loop.
-std::size_t WidenAsciiToZero(const char* s, unsigned short* d, std::size_t room) {
-  std::size_t k = 0;
-#if defined(__SSE2__) && !NXXML_ASAN
-  for (; k < room && (reinterpret_cast<std::uintptr_t>(s + k) & 15) != 0; ++k) {
-    const unsigned char c = static_cast<unsigned char>(s[k]);
-    if (c == 0 || c >= 0x80) return k;
-    d[k] = c;
-  }
-  const __m128i zero = _mm_setzero_si128();
-  for (; k + 16 <= room; k += 16) {
-    const __m128i v = _mm_load_si128(reinterpret_cast<const __m128i*>(s + k));
-    const unsigned stop = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, zero)) | _mm_movemask_epi8(v));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + k), _mm_unpacklo_epi8(v, zero));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d + k + 8), _mm_unpackhi_epi8(v, zero));
-    if (stop) return k + static_cast<std::size_t>(__builtin_ctz(stop));
-  }
-#endif
-  for (; k < room; ++k) {
-    const unsigned char c = static_cast<unsigned char>(s[k]);
-    if (c == 0 || c >= 0x80) return k;
-    d[k] = c;
-  }
-  return k;
+  const std::size_t base = out.size();
+  out.resize(base + n);
+  const std::size_t ascii = WidenAscii(s, n, &out[base]);
+  if (ascii < n) out.resize(base + ascii);
+  return ascii;
 }
 
 }  // namespace
@@ -132,20 +94,9 @@ void AppendDecoded(const char* s, std::size_t n, bool& escape, bool asciiOnly, b
 
 // A zero-terminated name or attribute value, decoded into out (empty).
 void DecodeName(const char* s, bool asciiOnly, bool lenient, Obx_StdString& out) {
-  const std::size_t kStage = 256;
-  unsigned short staged[kStage];
-  std::size_t ascii = 0;
-  for (;;) {
-    const std::size_t m = WidenAsciiToZero(s + ascii, staged, kStage);
-    // A long name or value gets its room at once: grown by doubling, it
-    // would cost up to three times its size while it is copied.
-    if (m == kStage && ascii == 0) out.reserve(kStage + std::strlen(s + kStage));
-    out.append(staged, m);
-    ascii += m;
-    if (m < kStage) break;
-  }
-  if (s[ascii] == 0) return;
-  const std::size_t n = ascii + std::strlen(s + ascii);
+  const std::size_t n = std::strlen(s);
+  const std::size_t ascii = AppendAsciiPrefix(s, n, out);
+  if (ascii == n) return;
   // The whole string's conversion takes its terminating zero along and ends
   // the text at the first zero unit: so does this.
   bool escape = false;
@@ -153,4 +104,3 @@ void DecodeName(const char* s, bool asciiOnly, bool lenient, Obx_StdString& out)
   AD_ASSERT_TEXT(escape == false, "endedWithEscape == false", nxmsg::kStreamUnit);
   out.resize(ascii + Obx_StdString::traits_type::length(out.c_str() + ascii));
 }
-
