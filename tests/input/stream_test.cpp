@@ -54,27 +54,22 @@ TEST(IXmlStream, NewlineRuleDropsOnlyTheFirstLineFeedAfterATag) {
 }
 
 TEST(IXmlStream, RejectedMarkupRaisesWithItsLocation) {
-  struct Case {
+  const long unreached = AdGetHitUnreachedMsgID();
+  const struct {
     const char* xml;
     long id;
-  } cases[] = {
-      {"<?xml version=\"1.0\"?><a/>", 27308},
-      {"<a><!-- note --></a>", 27308},
-      {"<a><?pi data?></a>", 27308},
-      {"<a>\n<b/> <!-- after text --></a>", 27308},
-      {"<a><![CDATA[x]]></a>", AdGetHitUnreachedMsgID()},
-      {"<!DOCTYPE a><a/>", AdGetHitUnreachedMsgID()},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.xml);
+  } cases[] = {{"<?xml version=\"1.0\"?><a/>", 27308}, {"<a><!-- note --></a>", 27308}, {"<a><?pi data?></a>", 27308},
+               {"<a>\n<b/> <!-- after text --></a>", 27308}, {"<a><![CDATA[x]]></a>", unreached},
+               {"<!DOCTYPE a><a/>", unreached}};
+  for (const auto& c : cases) {
     IXmlStream in(new TrickleSource(c.xml));
     QmMsgException* e = Raised([&] {
       while (XmlToken* t = in.GetNextToken()) delete t;
     });
-    ASSERT_NE(e, nullptr);
-    EXPECT_EQ(e->GetMessage(0).GetId(), c.id);
+    ASSERT_NE(e, nullptr) << c.xml;
+    EXPECT_EQ(e->GetMessage(0).GetId(), c.id) << c.xml;
     if (c.id == 27308) {
-      EXPECT_NE(Utf8(e->GetMessage(0).GetParam("%_LOCATION_%")).find("line "), std::string::npos);
+      EXPECT_NE(Utf8(e->GetFullText()).find(" at line "), std::string::npos) << c.xml;
     }
     e->Delete();
   }
@@ -125,10 +120,6 @@ TEST(IXmlStream, ParseErrorsArriveInDocumentOrderWithNameLocationAndExcerpt) {
 
   // An unclosed root is no error of the stream: the reader meets the end.
   EXPECT_EQ(TokensOf("<a><b>"), (std::vector<std::string>{"S a", "S b"}));
-  IXmlStream empty(new TrickleSource(""));
-  EXPECT_TRUE(empty.End());
-  EXPECT_EQ(empty.GetNextToken(), nullptr);
-  EXPECT_EQ(empty.GetNextTokenType(), XT_EOF);
 }
 
 TEST(IXmlStream, HostileNestingIsRefusedAtTheLimit) {
