@@ -231,10 +231,7 @@ TEST_F(MultiFileSource, LocationsNameTheFileAndMissingFilesRaise) {
   IXmlStreamMultiFileSource emptyList(none);
   EXPECT_TRUE(emptyList.eof() && emptyList.read(buf, 4096) == 0);
   XmlSourceLocation unset;
-  e = Raised([&] { emptyList.RenderSourceLocation(unset); });
-  ASSERT_NE(e, nullptr);
-  EXPECT_EQ(e->GetText(), u"IndexIsValid");
-  e->Delete();
+  EXPECT_EQ(Caught([&] { emptyList.RenderSourceLocation(unset); }), "IndexIsValid");
 }
 
 TEST(Extraction, DiagnosticsReportExtractedTagsAndAttributes) {

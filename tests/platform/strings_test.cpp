@@ -54,7 +54,8 @@ TEST(ObxString, FormatDirectives) {
       {Obx_String::Format("%d|%5d|%-4d|%05d", 42, 7, 3, -12), u"42|    7|3   |-0012"},
       {Obx_String::Format("%ld %u %x %X %08x", -1L, 4000000000u, 255, 255u, 0xabcu), u"-1 4000000000 ff FF 00000abc"},
       {Obx_String::Format("%s and %S", u"wide", "narrow \xC3\xA9"), u"wide and narrow \u00e9"},
-      {Obx_String::Format("[%4s][%-4s][%.2s] 100%% %c %.3f", "ab", "ab", "abcdef", 'x', 2.5), u"[  ab][ab  ][ab] 100% x 2.500"},
+      {Obx_String::Format("[%4s][%-4s][%.2s] 100%% %c %.3f", "ab", "ab", "abcdef", 'x', 2.5),
+       u"[  ab][ab  ][ab] 100% x 2.500"},
       {Obx_String::Format("%s@%d", Obx_String(u"name")), u"name@"},  // a missing argument renders nothing
       {Obx_String::Format("%d", 1, 2, 3), u"1"},                     // surplus arguments are ignored
       {Obx_String::Format("%q %d", 5), u"%q 5"},                     // unknown directives stay as text

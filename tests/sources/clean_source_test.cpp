@@ -84,20 +84,15 @@ TEST(CleanSource, LookingAt) {
   EXPECT_FALSE(probe.At("&amp;xy"));  // the data ends at the end of the input
   Probe cut(new TrickleSource(std::string(128, '&') + "amp;", {4096}));
   cut.Fill();
-  QmMsgException* e = Raised([&] { cut.At(std::string(129, '&').c_str()); });
-  ASSERT_NE(e, nullptr);
-  EXPECT_EQ(Condition(e), "pStr - pOrig <= MINBUFSIZE");
+  EXPECT_EQ(Caught([&] { cut.At(std::string(129, '&').c_str()); }), "pStr - pOrig <= MINBUFSIZE");
 }
 
 TEST(CleanSource, NullDirtyStream) {
   for (int format : {2, 3, 4}) {
-    QmMsgException* e = Raised([&] { delete XmlCleanStreamSourceFactory(nullptr, static_cast<AdRelayPacketVersion_t>(format)); });
-    ASSERT_NE(e, nullptr);
-    EXPECT_EQ(Condition(e), "pDirty != __null");
+    EXPECT_EQ(Caught([&] { delete XmlCleanStreamSourceFactory(nullptr, static_cast<AdRelayPacketVersion_t>(format)); }),
+              "pDirty != __null");
   }
-  QmMsgException* e = Raised([] { IXmlCleanStreamSourceOM source(nullptr); });
-  ASSERT_NE(e, nullptr);
-  EXPECT_EQ(Condition(e), "pDirty != __null");
+  EXPECT_EQ(Caught([] { IXmlCleanStreamSourceOM source(nullptr); }), "pDirty != __null");
 }
 
 // Every repair, read in pieces of every size and from a dirty stream that

@@ -106,20 +106,15 @@ TEST(Detect, DetectAndCleanChoosesTheSource) {
 TEST(Detect, FactoryAndCleanSource) {
   TrickleSource* dirty = new TrickleSource("x", {1});
   EXPECT_EQ(XmlCleanStreamSourceFactory(dirty, static_cast<AdRelayPacketVersion_t>(7)), dirty);
-  QmMsgException* e = Raised([&] { XmlCleanStreamSourceFactory(dirty, static_cast<AdRelayPacketVersion_t>(1)); });
-  ASSERT_NE(e, nullptr);
-  EXPECT_EQ(Condition(e), "unreached");
+  EXPECT_EQ(Caught([&] { XmlCleanStreamSourceFactory(dirty, static_cast<AdRelayPacketVersion_t>(1)); }), "unreached");
   delete dirty;
 
   IXmlStream in(new TrickleSource("<a>\x01</a>", {2}));
   in.CleanSource(eRelayPacketVersionOMSR1);
-  e = Raised([&] { in.CleanSource(eRelayPacketVersionOMSR1); });
-  ASSERT_NE(e, nullptr);
-  EXPECT_EQ(Condition(e), "dynamic_cast<IXmlCleanStreamSource*>(m_source) == 0");
+  EXPECT_EQ(Caught([&] { in.CleanSource(eRelayPacketVersionOMSR1); }),
+            "dynamic_cast<IXmlCleanStreamSource*>(m_source) == 0");
   // The first repairing source stays in place.
   EXPECT_EQ(AllTokens(in), (std::vector<std::string>{"S a", "T \x01", "E a"}));
   in.Close();
-  e = Raised([&] { in.CleanSource(eRelayPacketVersionOM); });
-  ASSERT_NE(e, nullptr);
-  EXPECT_EQ(Condition(e), "m_source != 0");
+  EXPECT_EQ(Caught([&] { in.CleanSource(eRelayPacketVersionOM); }), "m_source != 0");
 }
