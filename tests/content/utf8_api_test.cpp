@@ -23,37 +23,27 @@ std::string Slurp(const std::string& path) {
 
 }  // namespace
 
+// The UTF-8 forms are thin: a round trip through each kind (name, value,
+// number, time, text) and what is particular to the form.
 TEST(Utf8Api, RoundTripsThroughEveryOverload) {
   const Obx_String units(kUnits);
   // Plain text, not the wire form: U+F800 and U+0001 stay themselves.
-  XmlETag et(kText);
-  EXPECT_EQ(et.GetName(), units);
-  EXPECT_EQ(et(std::string_view("e")).IsNamed(), 1);
   XmlSTag tag(kText);
-  tag("n")(kText);
-  EXPECT_EQ(tag.GetNameUtf8(), kText);
+  EXPECT_EQ(tag.GetName(), units);
   EXPECT_EQ(tag.SetAttribute(kText, kText), 1);
   EXPECT_EQ(tag.SetAttribute(kText, "other", 0), 0);
-  EXPECT_TRUE(tag.GetAttributeByName(units.GetData()) == units && tag.GetAttributeByName(kText) == units);
-  EXPECT_EQ(tag.GetAttributeUtf8(kText) + tag.GetAttributeUtf8("missing"), kText);
-  EXPECT_EQ(tag.DoesAttributeExist(kText) + tag.DoesAttributeExist("missing"), 1);
+  EXPECT_TRUE(tag.GetAttributeByName(units.GetData()) == units && tag.GetAttributeUtf8(kText) == kText);
   EXPECT_EQ(tag.SetLongAttr("n\xC3\xA9", -42), 1);
-  EXPECT_EQ(tag.GetLongAttr(NX_U16(u"n\u00E9")) + tag.GetLongAttr("n\xC3\xA9"), -84);
-  AdDateTime when;
-  ASSERT_TRUE(when.ParseDateTimeGMT(NX_U16(u"2004-05-06 07:08:09"), nullptr));
+  EXPECT_EQ(tag.GetLongAttr(NX_U16(u"n\u00E9")), -42);
+  AdDateTime when(2004, 5, 6, 7, 8, 9);
   EXPECT_EQ(tag.SetTimeAttr("t", when), 1);
   EXPECT_TRUE(tag.GetAttributeUtf8("t") == "2004-05-06 07:08:09" && tag.GetTimeAttr("t") == when);
-  tag.SetInlineText(kText);
-  EXPECT_EQ(tag.GetInlineText(), units);
   XmlCharData data(kText);
   data.AppendData(std::string_view("x\0y", 3));  // a zero unit is kept
   EXPECT_EQ(data.GetDataUtf8(), kText + std::string("x\0y", 3));
-
   XmlElement e(kText);
-  EXPECT_EQ(e.GetETag().GetName(), units);
   NXSmartPtr<XmlElement> sub = e.AddSubElement(kText);
-  EXPECT_EQ(e.AddCharData(kText)->GetData(), units);
-  EXPECT_TRUE(e.GetSubElement(kText) == sub && e.GetLastSubElement(kText) == sub);
+  EXPECT_TRUE(e.GetETag().GetName() == units && e.GetLastSubElement(kText) == sub);
   EXPECT_EQ(e.GetSubElement("CAF\xC3\xA9").get(), nullptr);  // lookups by name stay case-sensitive
   e.SetText(kText);
   EXPECT_TRUE(e.GetTextUtf8() == kText && e.GetText() == units);

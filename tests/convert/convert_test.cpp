@@ -1,11 +1,8 @@
-#include <gtest/gtest.h>
-
-#include <clocale>
 #include <functional>
 #include <memory>
 #include <string>
 
-#include "xmlstream.h"
+#include "sources/sources_fixtures.h"
 
 namespace {
 
@@ -62,13 +59,6 @@ std::string ToCP(const std::string& utf8, unsigned int codePage, bool& inEscape,
     UTF82ACP(inEscape, utf8.data(), n, asciiOnly, strict, out, size, inEscape);
   return Take(out, size);
 }
-
-// The process's locale, whose code page is the default one, for one test.
-struct LocaleScope {
-  std::string saved = std::setlocale(LC_CTYPE, nullptr);
-  explicit LocaleScope(const char* name) { EXPECT_NE(std::setlocale(LC_CTYPE, name), nullptr) << name; }
-  ~LocaleScope() { std::setlocale(LC_CTYPE, saved.c_str()); }
-};
 
 const char* const kCpText =
     "encoded.cvtFromUTF16((asciiOnly ? AdCharset::getASCIICharset() : AdCodePage::GetCharset(acp)), wideChars, num, "
@@ -165,7 +155,7 @@ TEST(ConvertCodePage, RoundTripsZeroTerminatedFormsAndTheLocale) {
   // Lenient targets substitute; the UTF-8 side is always read leniently.
   EXPECT_EQ(ToCP("a\xFF", 1252, inEscape, false, false), "a\x1A");
   EXPECT_EQ(ToCP("\xC3\xA9", 0, inEscape, true, false), "\x1A");
-  LocaleScope locale("C.UTF-8");
+  NXXML_NEED_LOCALE(locale, "C.UTF-8");  // its code page is the default one
   EXPECT_EQ(UTF82ACP("abc", false, true, out), 4);
   EXPECT_EQ(Take(out, 4), std::string("abc", 4));
   EXPECT_EQ(ToCP("caf\xC3\xA9", 0, inEscape), "caf\xC3\xA9");
@@ -177,7 +167,7 @@ TEST(ConvertCodePage, RoundTripsZeroTerminatedFormsAndTheLocale) {
 
 // Every raise: its id, its text, its unit, and no buffer handed out.
 TEST(Convert, ErrorPaths) {
-  LocaleScope locale("C");
+  NXXML_NEED_LOCALE(locale, "C");
   unsigned short* wide = nullptr;
   char* out = nullptr;
   int size = 0;
