@@ -74,6 +74,9 @@ TEST(XmlSTagIteration, AttributesInTheirOrder) {
   std::string seen;
   for (auto [name, value] : tag.Attributes()) seen += name.ToUtf8() + "=" + value.ToUtf8() + " ";
   EXPECT_EQ(seen, "z=z1 a=a1 m=again b=b1 y=y1 c=c1 x=x1 d=d1 w=w1 e=e1 v=v1 f=f1 ");
+  std::vector<std::string> utf8Names;
+  tag.GetAttributeNames(utf8Names);
+  EXPECT_EQ(utf8Names.size() == 12 ? utf8Names.front() + utf8Names.back() : "", "zf");
   int visited = 0;
   for (const XmlAttribute& attribute : tag.Attributes()) {  // removing the attributes ends the loop
     (void)attribute;

@@ -99,6 +99,8 @@ TEST(XmlSTag, AttributesAndAssignment) {
   EXPECT_EQ(target.GetAttributeCount(), 3);  // {a, c} merged with {b, a}
   EXPECT_EQ(target.GetAttributeByName(NX_U16(u"a")), u"new");
   EXPECT_TRUE(target.GetInlineText().IsEmpty() && !target.m_location.HasBeenSet());
+  const XmlSTag copy(source);
+  EXPECT_TRUE(copy.IsNamed() == 0 && copy.GetAttributeCount() == 2 && copy.GetInlineText().IsEmpty());
   XmlSTag& self = source;
   source = self;
   EXPECT_TRUE(source.IsNamed() == 0 && source.GetAttributeCount() == 2);

@@ -77,6 +77,7 @@ TEST(CMapStringToString, OrderLookupAndLargeMapsAcrossCopies) {
   Obx_String out(u"untouched");
   EXPECT_FALSE(small.Lookup(NX_U16(u"A"), out));  // keys match exactly, case included
   EXPECT_EQ(out, u"untouched");
+  EXPECT_TRUE(small.Lookup(NX_U16(u"m"), out) && out == u"3");
   // Past a handful of names the map switches to an index; copies and
   // replacements must agree with the linear form.
   CMapStringToString map;
