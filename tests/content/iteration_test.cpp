@@ -2,7 +2,6 @@
 // ignoring case) and a tag's attributes; an element's text read and set.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -32,11 +31,8 @@ std::string Names(const XmlContentRange<XmlElement>& range) {
 
 }  // namespace
 
-TEST(XmlElementIteration, EmptyMixedAndNamedRanges) {
-  const XmlElement empty("e");
-  EXPECT_TRUE(empty.Content().empty() && empty.SubElements().empty() && empty.SubElements("x").empty());
-  EXPECT_EQ(Items(empty), "");
-
+TEST(XmlElementIteration, MixedAndNamedRanges) {
+  EXPECT_TRUE(XmlElement("e").Content().empty() && XmlElement("e").SubElements("x").empty());
   // Mixed content, with a null item (which only the sharing add of a null
   // pointer makes): every range skips it.
   XmlElement e("e");
@@ -45,26 +41,16 @@ TEST(XmlElementIteration, EmptyMixedAndNamedRanges) {
   NXSmartPtr<XmlElement> none;
   e.AddSubElement(none);
   e.AddCharData("b");
-  e.AddSubElement("other");
-  e.AddSubElement("REC");
-  e.AddSubElement(u"réc");
-  e.AddSubElement(u"RÉC");
+  for (const char16_t* name : {u"other", u"REC", u"réc", u"RÉC"}) e.AddSubElement(name);
   EXPECT_EQ(Items(e), "t:a Rec t:b other REC réc RÉC");
   EXPECT_EQ(Names(e.SubElements()), "Rec other REC réc RÉC ");
-  // Names match ignoring case (beyond ASCII too); the filter given in
-  // UTF-16 and in UTF-8 agrees; no match is an empty range.
-  EXPECT_EQ(Names(e.SubElements("rec")), "Rec REC ");
+  // Names match ignoring case (beyond ASCII too), in UTF-16 and in UTF-8.
   EXPECT_EQ(Names(e.SubElements(Obx_String(u"rEc"))), "Rec REC ");
   EXPECT_EQ(Names(e.SubElements("RéC")), "réc RÉC ");
-  EXPECT_EQ(Names(e.SubElements("re")), "");
-  EXPECT_EQ(Names(e.SubElements("")), "");
-  const auto range = e.SubElements();
-  EXPECT_EQ(std::count_if(range.begin(), range.end(), [](XmlElement&) { return true; }), 5);
-
+  EXPECT_EQ(Names(e.SubElements("re")) + Names(e.SubElements("")), "");
   // The iteration visits what the index-based calls reach, in their order.
   int k = 0;
   for (XmlElement& sub : e.SubElements()) EXPECT_EQ(&sub, e.GetSubElement(k++).get());
-
   // Items appended during a loop are visited; a Clean during a loop ends it.
   int visited = 0;
   for (XmlElement& sub : e.SubElements("other")) {
@@ -82,23 +68,17 @@ TEST(XmlElementIteration, EmptyMixedAndNamedRanges) {
 
 TEST(XmlSTagIteration, AttributesInTheirOrder) {
   XmlSTag tag("t");
-  EXPECT_TRUE(tag.Attributes().empty());
   const char* names[] = {"z", "a", "m", "b", "y", "c", "x", "d", "w", "e", "v", "f"};  // past the map's index threshold
   for (const char* name : names) tag.SetAttribute(name, std::string(name) + "1");
   tag.SetAttribute("m", "again");  // a replaced value keeps its place
-  std::vector<std::string> seen;
-  for (auto [name, value] : tag.Attributes()) seen.push_back(name.ToUtf8() + "=" + value.ToUtf8());
-  ASSERT_EQ(seen.size(), 12u);
-  EXPECT_EQ(seen[0], "z=z1");
-  EXPECT_EQ(seen[2], "m=again");
-  EXPECT_EQ(seen[11], "f=f1");
+  std::string seen;
+  for (auto [name, value] : tag.Attributes()) seen += name.ToUtf8() + "=" + value.ToUtf8() + " ";
+  EXPECT_EQ(seen, "z=z1 a=a1 m=again b=b1 y=y1 c=c1 x=x1 d=d1 w=w1 e=e1 v=v1 f=f1 ");
   std::vector<std::string> utf8Names;
   tag.GetAttributeNames(utf8Names);
-  EXPECT_EQ(utf8Names.front() + utf8Names.back(), "zf");
-  EXPECT_EQ(tag.Attributes().size(), 12);
-  // Removing the attributes during a loop ends it.
+  EXPECT_EQ(utf8Names.size() == 12 ? utf8Names.front() + utf8Names.back() : "", "zf");
   int visited = 0;
-  for (const XmlAttribute& attribute : tag.Attributes()) {
+  for (const XmlAttribute& attribute : tag.Attributes()) {  // removing the attributes ends the loop
     (void)attribute;
     ++visited;
     tag.Clean();
@@ -109,32 +89,24 @@ TEST(XmlSTagIteration, AttributesInTheirOrder) {
 TEST(XmlElementText, GetAndSetWithMixedContent) {
   XmlElement e("e");
   e.GetSTag().SetAttribute("k", "v");
-  EXPECT_EQ(e.GetTextUtf8(), "");
   e.SetText("");  // nothing to replace, nothing added
   EXPECT_EQ(e.GetContentCount(), 0);
   e.SetText(u"x");
-  EXPECT_EQ(Items(e), "t:x");
-
   e.AddSubElement("a")->SetText("inner");
   NXSmartPtr<XmlCharData> held = e.AddCharData("y");
   e.AddSubElement("b");
   e.AddCharData("z");
   // The element's own text only; the sub-element's is not part of it.
   EXPECT_EQ(e.GetTextUtf8(), "xyz");
-  EXPECT_EQ(e.GetText(), Obx_String(u"xyz"));
-
   // The new text takes the first text's place; sub-elements, their text and
   // the attributes stay; an item the caller holds keeps its text.
   e.SetText("new");
   EXPECT_EQ(Items(e), "t:new a b");
   EXPECT_EQ(e.GetSubElement("a")->GetTextUtf8(), "inner");
-  EXPECT_EQ(e.GetSTag().GetAttributeUtf8("k"), "v");
-  EXPECT_EQ(held->GetDataUtf8(), "y");
-  EXPECT_EQ(held->GetRefCount(), 1);
+  EXPECT_TRUE(held->GetDataUtf8() == "y" && held->GetRefCount() == 1);
   // An empty text removes the character data; with none left the new text goes last.
   e.SetText(Obx_String());
   EXPECT_EQ(Items(e), "a b");
   e.SetText("&<tail>");
-  EXPECT_EQ(Items(e), "a b t:&<tail>");
   EXPECT_EQ(e.GetImage(nullptr).ToUtf8(), "<e k=\"v\">\n<a>inner</a><b/>&amp;&lt;tail&gt;</e>");
 }

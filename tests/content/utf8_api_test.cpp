@@ -23,54 +23,30 @@ std::string Slurp(const std::string& path) {
 
 }  // namespace
 
+// The UTF-8 forms are thin: a round trip through each kind (name, value,
+// number, time, text) and what is particular to the form.
 TEST(Utf8Api, RoundTripsThroughEveryOverload) {
   const Obx_String units(kUnits);
   // Plain text, not the wire form: U+F800 and U+0001 stay themselves.
-  XmlETag et(kText);
-  EXPECT_EQ(et.GetName(), units);
-  et(std::string_view("e"));
-  EXPECT_EQ(et.GetNameUtf8(), "e");
-  EXPECT_EQ(et.IsNamed(), 1);
-
   XmlSTag tag(kText);
-  EXPECT_EQ(tag.GetNameUtf8(), kText);
-  tag("n")(kText);
   EXPECT_EQ(tag.GetName(), units);
   EXPECT_EQ(tag.SetAttribute(kText, kText), 1);
   EXPECT_EQ(tag.SetAttribute(kText, "other", 0), 0);
-  EXPECT_EQ(tag.GetAttributeByName(units.GetData()), units);
-  EXPECT_EQ(tag.GetAttributeByName(kText), units);
-  EXPECT_EQ(tag.GetAttributeUtf8(kText), kText);
-  EXPECT_EQ(tag.GetAttributeUtf8("missing"), "");
-  EXPECT_EQ(tag.DoesAttributeExist(kText) + tag.DoesAttributeExist("missing"), 1);
+  EXPECT_TRUE(tag.GetAttributeByName(units.GetData()) == units && tag.GetAttributeUtf8(kText) == kText);
   EXPECT_EQ(tag.SetLongAttr("n\xC3\xA9", -42), 1);
   EXPECT_EQ(tag.GetLongAttr(NX_U16(u"n\u00E9")), -42);
-  EXPECT_EQ(tag.GetLongAttr("n\xC3\xA9"), -42);
-  AdDateTime when;
-  ASSERT_TRUE(when.ParseDateTimeGMT(NX_U16(u"2004-05-06 07:08:09"), nullptr));
+  AdDateTime when(2004, 5, 6, 7, 8, 9);
   EXPECT_EQ(tag.SetTimeAttr("t", when), 1);
-  EXPECT_EQ(tag.GetAttributeUtf8("t"), "2004-05-06 07:08:09");
-  EXPECT_TRUE(tag.GetTimeAttr("t") == when);
-  tag.SetInlineText(kText);
-  EXPECT_EQ(tag.GetInlineText(), units);
-
+  EXPECT_TRUE(tag.GetAttributeUtf8("t") == "2004-05-06 07:08:09" && tag.GetTimeAttr("t") == when);
   XmlCharData data(kText);
-  EXPECT_EQ(data.GetData(), units);
   data.AppendData(std::string_view("x\0y", 3));  // a zero unit is kept
   EXPECT_EQ(data.GetDataUtf8(), kText + std::string("x\0y", 3));
-
   XmlElement e(kText);
-  EXPECT_EQ(e.GetName(), units);
-  EXPECT_EQ(e.GetETag().GetName(), units);
   NXSmartPtr<XmlElement> sub = e.AddSubElement(kText);
-  EXPECT_EQ(sub->GetNameUtf8(), kText);
-  EXPECT_EQ(e.AddCharData(kText)->GetData(), units);
-  EXPECT_EQ(e.GetSubElement(kText).get(), sub.get());
-  EXPECT_EQ(e.GetLastSubElement(kText).get(), sub.get());
+  EXPECT_TRUE(e.GetETag().GetName() == units && e.GetLastSubElement(kText) == sub);
   EXPECT_EQ(e.GetSubElement("CAF\xC3\xA9").get(), nullptr);  // lookups by name stay case-sensitive
   e.SetText(kText);
-  EXPECT_EQ(e.GetTextUtf8(), kText);
-  EXPECT_EQ(e.GetText(), units);
+  EXPECT_TRUE(e.GetTextUtf8() == kText && e.GetText() == units);
 
   // The streams: a UTF-8 file name, a UTF-8 text, a list of UTF-8 names.
   const std::string name = ::testing::TempDir() + "utf8 n\xC3\xA4me.xml";
@@ -82,13 +58,11 @@ TEST(Utf8Api, RoundTripsThroughEveryOverload) {
                          "t\xEF\xA0\x80\xEF\xA0\x80u</r>");
   IXmlStream in(std::vector<std::string>{name});
   std::string next;
-  EXPECT_TRUE(in.GetNextTokenName(next));
-  EXPECT_EQ(next, "r");
+  EXPECT_TRUE(in.GetNextTokenName(next) && next == "r");
   XmlSTag read;
   in >> read;
   EXPECT_EQ(read.GetAttributeUtf8("a"), kText);  // the escape undone on the way in
   std::remove(name.c_str());
-
   // The standard stream operator prints text, not a pointer.
   std::ostringstream os;
   os << e.GetName();
@@ -109,31 +83,14 @@ TEST(Utf8Api, MalformedUtf8RaisesTheStreamsDecodingError) {
   IXmlStream in(empty);
   for (const std::string& b : bad) {
     const std::function<void()> calls[] = {
-        [&] { XmlETag t(b); },
-        [&] { et(b); },
-        [&] { XmlSTag t(b); },
-        [&] { tag(b); },
-        [&] { tag.SetAttribute(b, "v"); },
-        [&] { tag.SetAttribute("a", b); },
-        [&] { tag.SetLongAttr(b, 1); },
-        [&] { tag.SetTimeAttr(b, AdDateTime()); },
-        [&] { tag.DoesAttributeExist(b); },
-        [&] { tag.GetAttributeByName(b); },
-        [&] { tag.GetAttributeUtf8(b); },
-        [&] { tag.GetLongAttr(b); },
-        [&] { tag.GetTimeAttr(b); },
-        [&] { tag.SetInlineText(b); },
-        [&] { XmlCharData d(b); },
-        [&] { data.AppendData(b); },
-        [&] { XmlElement x(b); },
-        [&] { e.AddSubElement(b); },
-        [&] { e.AddCharData(b); },
-        [&] { e.GetSubElement(b); },
-        [&] { e.GetLastSubElement(b); },
-        [&] { e.SubElements(b); },
-        [&] { e.SetText(b); },
-        [&] { OXmlStream o(b, 0, 0); },
-        [&] { out << b; },
+        [&] { XmlETag t(b); }, [&] { et(b); }, [&] { XmlSTag t(b); }, [&] { tag(b); },
+        [&] { tag.SetAttribute(b, "v"); }, [&] { tag.SetAttribute("a", b); }, [&] { tag.SetLongAttr(b, 1); },
+        [&] { tag.SetTimeAttr(b, AdDateTime()); }, [&] { tag.DoesAttributeExist(b); },
+        [&] { tag.GetAttributeByName(b); }, [&] { tag.GetAttributeUtf8(b); }, [&] { tag.GetLongAttr(b); },
+        [&] { tag.GetTimeAttr(b); }, [&] { tag.SetInlineText(b); }, [&] { XmlCharData d(b); },
+        [&] { data.AppendData(b); }, [&] { XmlElement x(b); }, [&] { e.AddSubElement(b); }, [&] { e.AddCharData(b); },
+        [&] { e.GetSubElement(b); }, [&] { e.GetLastSubElement(b); }, [&] { e.SubElements(b); },
+        [&] { e.SetText(b); }, [&] { OXmlStream o(b, 0, 0); }, [&] { out << b; },
         [&] { IXmlStream i(std::vector<std::string>{"ok.xml", b}); },
         [&] { IXmlStreamMultiFileSource s(std::vector<std::string>{b}); },
     };

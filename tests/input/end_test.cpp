@@ -13,23 +13,6 @@
 
 namespace {
 
-// Every token, then what Finish reveals, as AllTokens lists them.
-std::vector<std::string> TokensToTheEnd(IXmlStream& in) {
-  std::vector<std::string> out;
-  try {
-    do {
-      while (XmlToken* raw = in.GetNextToken()) {
-        NXSmartPtr<XmlToken> token(raw);
-        out.push_back(Describe(*token));
-      }
-    } while (in.Finish());
-  } catch (QmMsgException* e) {
-    out.push_back("! " + Utf8(e->GetFullText()));
-    e->Delete();
-  }
-  return out;
-}
-
 std::string Message(QmMsgException* e) {
   if (!e) return "(nothing raised)";
   const std::string text = std::to_string(e->GetMessage(0).GetId()) + " " + Utf8(e->GetFullText());
@@ -78,41 +61,36 @@ TEST(EndOfInput, FinishJudgesWhatOnlyTheEndReveals) {
   for (const auto& c : cases)
     for (long size : {1L, 3L, 4096L}) {
       IXmlStream in(new TrickleSource(c.xml, {size}));
-      EXPECT_EQ(TokensToTheEnd(in), c.tokens) << c.xml << " read " << size << " at a time";
+      EXPECT_EQ(AllTokens(in, true), c.tokens) << c.xml << " read " << size << " at a time";
     }
   // Finish before the reader is done judges the rest of the input too,
   // which the reader then reads as before.
   IXmlStream early(new TrickleSource("<a><b/>tail</a>junk", {2}));
   XmlSTag a(NX_U16(u"a"));
   early >> a;
-  EXPECT_EQ(TokensToTheEnd(early),
+  EXPECT_EQ(AllTokens(early, true),
             (std::vector<std::string>{"S b", "E b", "T tail", "E a",
                                       "! *** Fatal error from XML_parse(): JUNK_AFTER_DOC_ELEMENT: junk after document "
                                       "element at line 1, column 15, byte 15, near \"\""}));
 }
 
 TEST(EndOfInput, EmbeddedClosingStepReportsACutRecord) {
-  for (long size : {1L, 4096L}) {
-    IXmlStream good(new TrickleSource("<a/>\n<b>t</b>\n", {size}));
-    good.SetEmbeddedElementMode(1);
-    EXPECT_EQ(TokensToTheEnd(good), (std::vector<std::string>{"S a", "E a", "S b", "T t", "E b"}));
-
-    IXmlStream cut(new TrickleSource("<a/><b", {size}));
-    cut.SetEmbeddedElementMode(1);
-    EXPECT_EQ(TokensToTheEnd(cut).back(),
-              "! *** Fatal error from XML_parse(): INVALID_TOKEN: not well-formed (invalid token) at line 1, column "
-              "14, byte 14, near \"\"");
-
-    IXmlStream open(new TrickleSource("<a/><b>", {size}));
-    open.SetEmbeddedElementMode(1);
-    EXPECT_EQ(TokensToTheEnd(open).back(), "! The input ends inside 1 open element(s) at line 1, column 15, byte 15.");
-
-    // Leaving embedded mode, the documented way out, raises the cut record too.
-    IXmlStream closing(new TrickleSource("<a/><b", {size}));
-    closing.SetEmbeddedElementMode(1);
-    AllTokens(closing);
-    EXPECT_NE(Message(Raised([&] { closing.SetEmbeddedElementMode(0); })).find("INVALID_TOKEN"), std::string::npos);
-  }
+  IXmlStream good(new TrickleSource("<a/>\n<b>t</b>\n"));
+  good.SetEmbeddedElementMode(1);
+  EXPECT_EQ(AllTokens(good, true), (std::vector<std::string>{"S a", "E a", "S b", "T t", "E b"}));
+  IXmlStream cut(new TrickleSource("<a/><b"));
+  cut.SetEmbeddedElementMode(1);
+  EXPECT_EQ(AllTokens(cut, true).back(),
+            "! *** Fatal error from XML_parse(): INVALID_TOKEN: not well-formed (invalid token) at line 1, column "
+            "14, byte 14, near \"\"");
+  IXmlStream open(new TrickleSource("<a/><b>"));
+  open.SetEmbeddedElementMode(1);
+  EXPECT_EQ(AllTokens(open, true).back(), "! The input ends inside 1 open element(s) at line 1, column 15, byte 15.");
+  // Leaving embedded mode, the documented way out, raises the cut record too.
+  IXmlStream closing(new TrickleSource("<a/><b"));
+  closing.SetEmbeddedElementMode(1);
+  AllTokens(closing);
+  EXPECT_NE(Message(Raised([&] { closing.SetEmbeddedElementMode(0); })).find("INVALID_TOKEN"), std::string::npos);
 }
 
 namespace {
@@ -206,14 +184,14 @@ TEST(EndOfInput, TokensPastTheSizeLimitAreRefusedAtTheirPlace) {
     for (long size : {1L, 7L, 4096L}) {
       IXmlStream in(new TrickleSource(c.xml, {size}));
       in.SetMaxTokenSize(100);
-      EXPECT_EQ(TokensToTheEnd(in).back(), c.last) << c.xml.substr(0, 12) << " read " << size << " at a time";
+      EXPECT_EQ(AllTokens(in, true).back(), c.last) << c.xml.substr(0, 12) << " read " << size << " at a time";
     }
   // A tag that never ends is refused once expat holds more of it than the
   // limit, long before the input ends.
   long count = 0;
   IXmlStream endless(new CountingSource("<r><a v='" + std::string(1 << 20, 'v'), &count));
   endless.SetMaxTokenSize(10000);
-  EXPECT_EQ(TokensToTheEnd(endless).back().substr(0, refused.size() - 20), refused.substr(0, refused.size() - 20));
+  EXPECT_EQ(AllTokens(endless, true).back().substr(0, refused.size() - 20), refused.substr(0, refused.size() - 20));
   EXPECT_LT(count, 100000);
 }
 

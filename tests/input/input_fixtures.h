@@ -67,14 +67,17 @@ inline std::string Describe(const XmlToken& token) {
   }
 }
 
-// Every token of the stream; an error ends the list with "! " and its text.
-inline std::vector<std::string> AllTokens(IXmlStream& in) {
+// Every token of the stream, and with toTheEnd what Finish reveals too; an
+// error ends the list with "! " and its text.
+inline std::vector<std::string> AllTokens(IXmlStream& in, bool toTheEnd = false) {
   std::vector<std::string> out;
   try {
-    while (XmlToken* raw = in.GetNextToken()) {
-      NXSmartPtr<XmlToken> token(raw);
-      out.push_back(Describe(*token));
-    }
+    do {
+      while (XmlToken* raw = in.GetNextToken()) {
+        NXSmartPtr<XmlToken> token(raw);
+        out.push_back(Describe(*token));
+      }
+    } while (toTheEnd && in.Finish());
   } catch (QmMsgException* e) {
     out.push_back("! " + Utf8(e->GetFullText()));
     e->Delete();
@@ -97,3 +100,21 @@ inline QmMsgException* Raised(const std::function<void()>& f) {
   }
   return nullptr;
 }
+
+// The condition text of a raised assertion, "unreached" for the
+// unreachable-code message, or the full text of another message; frees e.
+inline std::string Condition(QmMsgException* e) {
+  if (!e) return "(nothing raised)";
+  std::string text;
+  if (e->GetMessage(0).GetId() == AdGetHitUnreachedMsgID())
+    text = "unreached";
+  else if (e->GetMessage(0).GetId() == AdGetBadValue0MsgID())
+    text = Utf8(e->GetText());
+  else
+    text = Utf8(e->GetFullText());
+  e->Delete();
+  return text;
+}
+
+// Runs f and tells what it raised, as Condition tells it.
+inline std::string Caught(const std::function<void()>& f) { return Condition(Raised(f)); }

@@ -100,27 +100,22 @@ TEST(IXmlStream, NewlineRuleDropsOnlyTheFirstLineFeedAfterATag) {
 }
 
 TEST(IXmlStream, RejectedMarkupRaisesWithItsLocation) {
-  struct Case {
+  const long unreached = AdGetHitUnreachedMsgID();
+  const struct {
     const char* xml;
     long id;
-  } cases[] = {
-      {"<?xml version=\"1.0\"?><a/>", 27308},
-      {"<a><!-- note --></a>", 27308},
-      {"<a><?pi data?></a>", 27308},
-      {"<a>\n<b/> <!-- after text --></a>", 27308},
-      {"<a><![CDATA[x]]></a>", AdGetHitUnreachedMsgID()},
-      {"<!DOCTYPE a><a/>", AdGetHitUnreachedMsgID()},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.xml);
+  } cases[] = {{"<?xml version=\"1.0\"?><a/>", 27308}, {"<a><!-- note --></a>", 27308}, {"<a><?pi data?></a>", 27308},
+               {"<a>\n<b/> <!-- after text --></a>", 27308}, {"<a><![CDATA[x]]></a>", unreached},
+               {"<!DOCTYPE a><a/>", unreached}};
+  for (const auto& c : cases) {
     IXmlStream in(new TrickleSource(c.xml));
     QmMsgException* e = Raised([&] {
       while (XmlToken* t = in.GetNextToken()) delete t;
     });
-    ASSERT_NE(e, nullptr);
-    EXPECT_EQ(e->GetMessage(0).GetId(), c.id);
+    ASSERT_NE(e, nullptr) << c.xml;
+    EXPECT_EQ(e->GetMessage(0).GetId(), c.id) << c.xml;
     if (c.id == 27308) {
-      EXPECT_NE(Utf8(e->GetMessage(0).GetParam("%_LOCATION_%")).find("line "), std::string::npos);
+      EXPECT_NE(Utf8(e->GetFullText()).find(" at line "), std::string::npos) << c.xml;
     }
     e->Delete();
   }
@@ -171,10 +166,6 @@ TEST(IXmlStream, ParseErrorsArriveInDocumentOrderWithNameLocationAndExcerpt) {
 
   // An unclosed root is no error of the stream: the reader meets the end.
   EXPECT_EQ(TokensOf("<a><b>"), (std::vector<std::string>{"S a", "S b"}));
-  IXmlStream empty(new TrickleSource(""));
-  EXPECT_TRUE(empty.End());
-  EXPECT_EQ(empty.GetNextToken(), nullptr);
-  EXPECT_EQ(empty.GetNextTokenType(), XT_EOF);
 }
 
 TEST(IXmlStream, HostileNestingIsRefusedAtTheLimit) {
@@ -189,40 +180,28 @@ TEST(IXmlStream, HostileNestingIsRefusedAtTheLimit) {
     EXPECT_EQ(Utf8(copy.GetImage(nullptr)), deep);
   }
   // One more level is refused at the start tag that goes too deep.
-  {
-    IXmlStream in(new TrickleSource("<e>" + deep + "</e>"));
-    XmlElement root;
-    QmMsgException* e = Raised([&] { in >> root; });
-    ASSERT_NE(e, nullptr);
-    EXPECT_EQ(Utf8(e->GetMessage(0).FullMsg()),
-              "Elements nest deeper than the limit of 1000 levels at line 1, column 3000, byte 3000.");
-    e->Delete();
-  }
+  IXmlStream over(new TrickleSource("<e>" + deep + "</e>"));
+  XmlElement root;
+  EXPECT_EQ(Caught([&] { over >> root; }),
+            "Elements nest deeper than the limit of 1000 levels at line 1, column 3000, byte 3000.");
   // A million nested start tags: refused without reading the rest.
-  {
-    IXmlStream in(new TrickleSource(Repeat("<a>", 1000000)));
-    in.SetMaxElementDepth(50);
-    std::vector<std::string> tokens = AllTokens(in);
-    ASSERT_EQ(tokens.size(), 51u);
-    EXPECT_EQ(tokens.back().substr(0, 46), "! Elements nest deeper than the limit of 50 le");
-  }
+  IXmlStream million(new TrickleSource(Repeat("<a>", 1000000)));
+  million.SetMaxElementDepth(50);
+  const std::vector<std::string> tokens = AllTokens(million);
+  ASSERT_EQ(tokens.size(), 51u);
+  EXPECT_EQ(tokens.back().substr(0, 46), "! Elements nest deeper than the limit of 50 le");
 }
 
 TEST(IXmlStream, DecodingFlagsDecideWhatIsAnError) {
   // Only ASCII allowed, strict: a non-ASCII name, value or text is an error
   // token in place of its token; lenient lets it through.
   const std::string xml = "<a v=\"caf\xC3\xA9\">ok</a>";
-  {
-    IXmlStream in(new TrickleSource(xml), true, false);
-    const std::vector<std::string> tokens = AllTokens(in);
-    ASSERT_EQ(tokens.size(), 1u);
-    EXPECT_EQ(tokens[0].substr(0, 20), "! Text holds charact");
-    EXPECT_NE(tokens[0].find(" raised while parsing at line 1"), std::string::npos) << tokens[0];
-  }
-  {
-    IXmlStream in(new TrickleSource(xml), true, true);
-    EXPECT_EQ(AllTokens(in).front(), "S a v=caf\xC3\xA9");
-  }
+  IXmlStream strict(new TrickleSource(xml), true, false), lenient(new TrickleSource(xml), true, true);
+  const std::vector<std::string> tokens = AllTokens(strict);
+  ASSERT_EQ(tokens.size(), 1u);
+  EXPECT_EQ(tokens[0].substr(0, 20), "! Text holds charact");
+  EXPECT_NE(tokens[0].find(" raised while parsing at line 1"), std::string::npos) << tokens[0];
+  EXPECT_EQ(AllTokens(lenient).front(), "S a v=caf\xC3\xA9");
   // The control-character escape decodes in text, also across reads.
   const std::string escaped = "<a>x\xEF\xA0\x80\xEF\xA0\x81y</a>";
   for (long size : {1L, 2L, 4096L}) {

@@ -32,20 +32,6 @@ class LocaleScope {
     GTEST_SKIP() << "the locale " << name << " is not installed";                               \
   }
 
-// The condition text of a raised assertion, "unreached" for the
-// unreachable-code message, or the full text of another message; frees e.
-inline std::string Condition(QmMsgException* e) {
-  std::string text;
-  if (e->GetMessage(0).GetId() == AdGetHitUnreachedMsgID())
-    text = "unreached";
-  else if (e->GetMessage(0).GetId() == AdGetBadValue0MsgID())
-    text = Utf8(e->GetText());
-  else
-    text = Utf8(e->GetFullText());
-  e->Delete();
-  return text;
-}
-
 // Everything the source delivers in reads of size bytes, then "|! " and
 // the condition of a failure.
 inline std::string Drain(IXmlStreamSource& source, long size) {

@@ -47,12 +47,4 @@ expect "tokens" '0|{"type":"start","name":"a","attributes":{"x":"1","y":"<2>"},"
 out=$("$nxxml" tokens "$tmp/bad.xml" 2>"$tmp/err"); rc=$?
 expect "tokens then error" "1|2|1" "$rc|$(echo "$out" | wc -l)|$(grep -c TAG_MISMATCH "$tmp/err")"
 
-out=$("$nxxml" tokens --joined "$tmp/part1.xml" "$tmp/part2.xml" | cut -c1-40); rc=$?
-expect "tokens joined" '0|{"type":"start","name":"r","attributes":
-{"type":"start","name":"a","attributes":
-{"type":"end","name":"a","line":1,"colum
-{"type":"start","name":"b","attributes":
-{"type":"end","name":"b","line":1,"colum
-{"type":"end","name":"r","line":1,"colum' "$rc|$out"
-
 exit $fail

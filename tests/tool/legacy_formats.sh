@@ -13,20 +13,6 @@ for name in zh_CN.GBK en_US.CP1252; do
   fi
 done
 
-tokens() { "$nxxml" tokens "$@" | jq -c 'del(.line, .column, .byte)'; }
-# The tokens as copy's output reads back: a leading line feed of a text
-# after an end tag or a start tag without attributes is dropped on reading.
-as_copied() {
-  jq -s -c '
-    reduce .[] as $t ({prev: null, out: []};
-      (if $t.type == "text" and ($t.text | startswith("\n"))
-          and (.prev == null or .prev.type == "end" or (.prev.type == "start" and (.prev.attributes | length) == 0))
-       then $t | .text |= .[1:] else $t end) as $u
-      | .out += (if $u.type == "text" and $u.text == "" then [] else [$u] end)
-      | .prev = $t)
-    | .out[]'
-}
-
 # roundtrip NAME FORMAT LOCALE OLD TWIN: clean's output reads as the old
 # packet read with --format, and as the current packet it was made from.
 roundtrip() {
