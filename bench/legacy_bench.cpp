@@ -25,25 +25,12 @@
 #include <memory>
 #include <string>
 
+#include "bench_packet.h"
 #include "xmlstream.h"
 
 namespace {
 
-class MemorySource : public IXmlStreamSource {
- public:
-  explicit MemorySource(const std::string& data) : m_data(data) {}
-  bool eof() override { return m_pos >= m_data.size(); }
-  long read(char* buf, long n) override {
-    const std::size_t k = std::min(static_cast<std::size_t>(n), m_data.size() - m_pos);
-    std::memcpy(buf, m_data.data() + m_pos, k);
-    m_pos += k;
-    return static_cast<long>(k);
-  }
-
- private:
-  const std::string& m_data;
-  std::size_t m_pos = 0;
-};
+using benchpacket::MemorySource;
 
 // One character in its three spellings.
 struct Spelling {
