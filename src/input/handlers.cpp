@@ -163,10 +163,10 @@ class XmlHelper {
     }
     stream->m_consumed = start + count;
   }
-  // Refuses the tag expat reports when it is longer than the stream allows;
-  // true when it did.
+  // Refuses the tag expat reports when it is longer than the stream allows
+  // (its bytes are those NoteEvent just counted); true when it did.
   static bool TooLong(IXmlStream* stream) {
-    if (XML_GetCurrentByteCount(Parser(stream)) <= stream->m_maxTokenSize) return false;
+    if (stream->m_consumed - stream->m_eventByte <= stream->m_maxTokenSize) return false;
     stream->RefuseAndStop(kTokenTooLongMsgId, stream->m_maxTokenSize);
     return true;
   }
