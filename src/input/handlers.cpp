@@ -142,6 +142,11 @@ class XmlHelper {
     XML_Parser parser = Parser(stream);
     const long long start = XML_GetCurrentByteIndex(parser);
     const int count = XML_GetCurrentByteCount(parser);
+    if (!stream->m_countPlaces) {
+      stream->m_eventByte = start;
+      stream->m_consumed = start + count;
+      return;
+    }
     if (start != stream->m_consumed || stream->m_line < 0) {
       // Bytes no event reported (a byte order mark), or a place that was
       // lost: the parser counts them itself.
@@ -184,7 +189,7 @@ void XmlHelper::StorePlace(XML_Parser parser, long long& line, long long& column
   // A line and a column are a function of the byte index: at the place of
   // the event the handlers last noted, theirs are the parser's. Elsewhere
   // (a failure expat met between events) the parser counts.
-  if (stream && byteIndex >= 0 && byteIndex == stream->m_eventByte) {
+  if (stream && stream->m_countPlaces && byteIndex >= 0 && byteIndex == stream->m_eventByte) {
     line = stream->m_eventLine;
     column = stream->m_eventColumn;
 #ifdef NXXML_CHECK_PLACES

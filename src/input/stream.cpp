@@ -65,6 +65,18 @@ void IXmlStream::BuildParser() {
 }
 
 int IXmlStream::ParseBytes(const char* data, int length, int isFinal) {
+  // Expat chooses the input's encoding on its first two bytes, before any
+  // event: the handlers' count of places holds for UTF-8 only.
+  if (m_bytesParsed < 2 && length > 0) {
+    const int first = m_bytesParsed == 0 ? static_cast<unsigned char>(data[0]) : m_firstByte;
+    if (m_bytesParsed + length < 2) {
+      m_firstByte = first;
+    } else {
+      const int second = static_cast<unsigned char>(data[m_bytesParsed == 0 ? 1 : 0]);
+      m_countPlaces = first != 0 && second != 0 && !(first == 0xFE && second == 0xFF) &&
+                      !(first == 0xFF && second == 0xFE);
+    }
+  }
   const XML_Status status = XML_Parse(Parser(m_parser.get()), data, length, isFinal);
   m_bytesParsed += length;
   RethrowPending();

@@ -80,6 +80,18 @@ TEST(IXmlStream, LocationsAreExpatsLineAndColumnOfTheTokensByte) {
       EXPECT_GT(tokens, 4);
     }
   }
+  // Expat reads an input that starts with a zero byte as UTF-16: a column
+  // is still a character, two bytes here.
+  const std::string wide16("\0<\0a\0>\0x\0\xE9\0<\0/\0a\0>", 18);
+  IXmlStream in(new TrickleSource(wide16));
+  std::vector<long long> columns;
+  while (XmlToken* raw = in.GetNextToken()) {
+    NXSmartPtr<XmlToken> token(raw);
+    long long line = 0, column = 0, byte = 0;
+    token->GetLocation().Position(line, column, byte);
+    columns.push_back(column);
+  }
+  EXPECT_EQ(columns, (std::vector<long long>{0, 3, 5}));
 }
 
 TEST(IXmlStream, NewlineRuleDropsOnlyTheFirstLineFeedAfterATag) {
