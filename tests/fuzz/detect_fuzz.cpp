@@ -10,7 +10,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::Accepting([&] {
     DetectType_t type = eDetectedTypePlain;
     int nonAscii = 0, corrupt = 0;
-    delete XmlDetectStreamSourceFactory(new fuzz::Pieces(fuzz::Bytes(data + 1, size - 1), data[0], true), 1 << 20,
+    delete XmlDetectStreamSourceFactory(new fuzz::Pieces(fuzz::Bytes(data + 1, size - 1), fuzz::UpTo(data[0])), 1 << 20,
                                         codepages[data[0] % 5], type, nonAscii, corrupt);
   });
   return fuzz::RunLegacy(data, size, [](IXmlStreamSource* dirty) { return XmlDetectAndCleanStream(dirty, 1 << 20); });

@@ -34,15 +34,14 @@ bool Accepting(F f) {
   return true;
 }
 
-// Delivers the bytes in reads of `bound` bytes, or with cycle in reads whose
-// sizes cycle from 1 up to bound.
+// Delivers the bytes in reads of the given sizes, cycling through them,
+// so that every chunk boundary can be tried.
 class Pieces : public IXmlStreamSource {
  public:
-  Pieces(std::string data, unsigned bound, bool cycle) : m_data(std::move(data)), m_bound(bound ? bound : 1), m_cycle(cycle) {}
+  Pieces(std::string data, std::vector<long> sizes) : m_data(std::move(data)), m_sizes(std::move(sizes)) {}
   bool eof() override { return m_pos >= m_data.size(); }
   long read(char* buf, long n) override {
-    long want = m_cycle ? static_cast<long>(m_next++ % m_bound) + 1 : static_cast<long>(m_bound);
-    want = std::min({want, n, static_cast<long>(m_data.size() - m_pos)});
+    const long want = std::min({m_sizes[m_next++ % m_sizes.size()], n, static_cast<long>(m_data.size() - m_pos)});
     m_data.copy(buf, static_cast<size_t>(want), m_pos);
     m_pos += static_cast<size_t>(want);
     return want;
@@ -50,11 +49,17 @@ class Pieces : public IXmlStreamSource {
 
  private:
   std::string m_data;
-  unsigned m_bound;
-  bool m_cycle;
+  std::vector<long> m_sizes;
   size_t m_pos = 0;
-  unsigned m_next = 0;
+  size_t m_next = 0;
 };
+
+// Read sizes that cycle from 1 up to bound.
+inline std::vector<long> UpTo(unsigned bound) {
+  std::vector<long> sizes(bound ? bound : 1);
+  for (size_t k = 0; k < sizes.size(); ++k) sizes[k] = static_cast<long>(k) + 1;
+  return sizes;
+}
 
 // One line per token: kind, name, attributes in order, text.
 inline std::string Describe(const XmlToken& token) {
@@ -107,14 +112,14 @@ inline int RunLegacy(const uint8_t* data, size_t size, const std::function<IXmlS
   const unsigned bound = data[0];
   const std::string packet = Bytes(data + 1, size - 1);
   Accepting([&] {
-    std::unique_ptr<IXmlStreamSource> source(makeSource(new Pieces(packet, bound % 16 + 1, true)));
+    std::unique_ptr<IXmlStreamSource> source(makeSource(new Pieces(packet, UpTo(bound % 16 + 1))));
     char buf[300];
     long step = bound / 16 + 1;
     for (int guard = 0; !source->eof() && guard < 1 << 20; ++guard, step = step % 17 + 1)
       if (source->read(buf, step) == 0) break;
   });
   Accepting([&] {
-    IXmlStream stream(makeSource(new Pieces(packet, bound, true)));
+    IXmlStream stream(makeSource(new Pieces(packet, UpTo(bound))));
     ReadToTheEnd(stream);
   });
   return 0;

@@ -11,7 +11,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
   static const std::string path = fuzz::ScratchFolder() + "/mime64";
   const bool decoded = fuzz::Accepting([&] {
-    IXmlStream in(new fuzz::Pieces("<a>" + fuzz::Bytes(data + 1, size - 1) + "</a>", data[0] % 16 + 1, false));
+    IXmlStream in(new fuzz::Pieces("<a>" + fuzz::Bytes(data + 1, size - 1) + "</a>", {data[0] % 16 + 1}));
     XmlSTag start(u"a");
     in >> start;
     in.Mime64_Decode(Obx_String::FromUtf8(path.c_str()));
