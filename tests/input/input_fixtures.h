@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <type_traits>
 
 #include "fuzz/fuzz_common.h"
 
@@ -81,3 +82,25 @@ inline std::string Condition(QmMsgException* e) {
 
 // Runs f and tells what it raised, as Condition tells it.
 inline std::string Caught(const std::function<void()>& f) { return Condition(Raised(f)); }
+
+// What f did: the bytes it returned (none for a void f), "!id text @unit"
+// for the QmMsgException it raised or "!full" for an XmlException, freed.
+template <class F>
+std::string Capture(F f) {
+  try {
+    if constexpr (std::is_void_v<decltype(f())>) {
+      f();
+      return std::string();
+    } else {
+      return f();
+    }
+  } catch (QmMsgException* e) {
+    const std::string raised =
+        "!" + std::to_string(e->GetMessage(0).GetId()) + " " + e->GetFullText().ToUtf8() + " @" + e->GetFile();
+    e->Delete();
+    return raised;
+  } catch (XmlException* e) {
+    e->Delete();
+    return "!full";
+  }
+}
