@@ -20,8 +20,8 @@ namespace {
   XmlETag e1, e4(obx);
   et(obx);
   XmlSTag s1, s4(obx);
-  t(obx), t.SetAttribute(NX_U16(u"a"), obx, 1), t.SetAttribute(obx, NX_U16(u"v"), 1), t.SetAttribute(NX_U16(u"a"), 0, 1);
-  t.SetAttribute(0, 0, 1), t.SetAttribute(NULL, NULL, 1);
+  t(obx), t.SetAttribute(NX_U16(u"a"), obx, 1), t.SetAttribute(obx, NX_U16(u"v"), 1);
+  t.SetAttribute(NX_U16(u"a"), 0, 1), t.SetAttribute(0, 0, 1), t.SetAttribute(NULL, NULL, 1);
   t.SetLongAttr(obx, 5, 0), t.SetTimeAttr(obx, AdDateTime(), 1);
   t.DoesAttributeExist(obx), t.DoesAttributeExist(0), t.DoesAttributeExist(NULL);
   t.GetAttributeByName(obx), t.GetAttributeByName(0), t.GetAttributeByName(NULL);
@@ -31,8 +31,8 @@ namespace {
   XmlElement x1, x4(obx);
   NXSmartPtr<XmlElement> sub = e.AddSubElement(obx);
   e.AddSubElement(*sub), e.AddSubElement(x1), e.AddCharData(obx), e.AddCharData(c3);
-  e.GetSubElement(0), e.GetSubElement(1L), e.GetSubElement(std::size_t(1)), e.GetSubElement(obx), e.GetLastSubElement(obx);
-  e.GetContentAsElement(0), e.GetContentAsCharData(0);
+  e.GetSubElement(0), e.GetSubElement(1L), e.GetSubElement(std::size_t(1)), e.GetSubElement(obx);
+  e.GetLastSubElement(obx), e.GetContentAsElement(0), e.GetContentAsCharData(0);
   OXmlStream o2(obx, 10, 1), o3(NULL, 0, 0), o4(0);
   out << obx << 5 << 'c' << et;
   IXmlStream i3(nullptr);

@@ -18,7 +18,9 @@
 
 namespace fuzz {
 
-inline std::string Bytes(const uint8_t* data, size_t size) { return std::string(reinterpret_cast<const char*>(data), size); }
+inline std::string Bytes(const uint8_t* data, size_t size) {
+  return std::string(reinterpret_cast<const char*>(data), size);
+}
 
 // Runs f; a message exception is an accepted outcome (its report rendered,
 // which exercises the location and parameter paths). Returns false then.
@@ -106,7 +108,8 @@ inline void UseLegacyLocale() {
 // sizes, the rest is the packet, read twice: by hand in reads of varying
 // sizes, and through an input stream to its last token. makeSource turns
 // the dirty source into the one to read (it takes it).
-inline int RunLegacy(const uint8_t* data, size_t size, const std::function<IXmlStreamSource*(IXmlStreamSource*)>& makeSource) {
+inline int RunLegacy(const uint8_t* data, size_t size,
+                     const std::function<IXmlStreamSource*(IXmlStreamSource*)>& makeSource) {
   UseLegacyLocale();
   if (size == 0) return 0;
   const unsigned bound = data[0];

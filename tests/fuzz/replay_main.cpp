@@ -14,7 +14,8 @@ int main(int argc, char** argv) {
   std::vector<std::filesystem::path> files;
   for (int i = 1; i < argc; ++i) {
     std::error_code ec;
-    if (!std::filesystem::is_directory(argv[i], ec)) files.emplace_back(argv[i]);
+    if (!std::filesystem::is_directory(argv[i], ec))
+      files.emplace_back(argv[i]);
     else
       for (const auto& entry : std::filesystem::directory_iterator(argv[i]))
         if (entry.is_regular_file()) files.push_back(entry.path());

@@ -46,7 +46,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   });
   // XML cannot carry U+FFFE and U+FFFF, which the writer passes on as they
   // are: the one refusal a valid text may meet on reading.
-  if (!read && text.find("\xEF\xBF\xBE") == std::string_view::npos && text.find("\xEF\xBF\xBF") == std::string_view::npos)
+  if (!read && text.find("\xEF\xBF\xBE") == std::string_view::npos &&
+      text.find("\xEF\xBF\xBF") == std::string_view::npos)
     std::abort();
   return 0;
 }

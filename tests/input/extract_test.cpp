@@ -94,7 +94,11 @@ TEST(Extraction, MismatchesRaiseWithIdsAndParameters) {
       {"<a><b/></a>", [&](IXmlStream& in) { in >> any >> any >> namedEnd(NX_U16(u"x")); }, 27306,
        "Expected the end tag </x> but found </b> at line 0, column 0, byte 0."},
       // The parser pairs tags itself; only tokens put back can mismatch.
-      {"", [&](IXmlStream& in) { in.PushXmlToken(new XmlETag(NX_U16(u"b"))), in.PushXmlToken(new XmlSTag(NX_U16(u"a"))), in >> element; },
+      {"",
+       [&](IXmlStream& in) {
+         in.PushXmlToken(new XmlETag(u"b")), in.PushXmlToken(new XmlSTag(u"a"));
+         in >> element;
+       },
        27307, "The end tag </b> does not match the start tag <a> at line 0, column 0, byte 0."},
   };
   for (Case& c : cases) {

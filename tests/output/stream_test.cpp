@@ -37,7 +37,8 @@ class Marker : public XmlCharData {
 // Items of unit arrays, one text cut into several so that pairs and runs
 // straddle the seams.
 void AddPieces(XmlElement& e, std::initializer_list<std::u16string> pieces) {
-  for (const std::u16string& piece : pieces) e.AddCharData(Obx_String(NX_U16(piece.c_str()), static_cast<int>(piece.size())));
+  for (const std::u16string& piece : pieces)
+    e.AddCharData(Obx_String(NX_U16(piece.c_str()), static_cast<int>(piece.size())));
 }
 
 // Trees that cover every escape class (markup, the three allowed controls
@@ -51,8 +52,8 @@ std::vector<NXSmartPtr<XmlElement>> Trees() {
   NXSmartPtr<XmlElement> full(new XmlElement(u"caf\u00e9"));
   full->GetSTag().SetAttribute(NX_U16(u"a"), NX_U16(u"&<>\"'\t\n\r\x01\u00e9\u4e2d\U0001F600"), 1);
   full->GetSTag().SetAttribute(NX_U16(u"\u4e2d"), NX_U16(u""), 1);
-  AddPieces(*full, {u"abcdefghijklmnopq&", u"<>\"'\t\n\r", std::u16string(u"\x01\0\x1f\uF800", 4), u"\u00e9\u07ff\u0800\xD83D",
-                    u"\xDE00\uFFFF"});
+  AddPieces(*full, {u"abcdefghijklmnopq&", u"<>\"'\t\n\r", std::u16string(u"\x01\0\x1f\uF800", 4),
+                    u"\u00e9\u07ff\u0800\xD83D", u"\xDE00\uFFFF"});
   full->AddSubElement(u"rec");
   full->AddSubElement(u"a")->AddCharData(u"");
   NXSmartPtr<XmlCharData> marker(new Marker), error(new XmlError(Obx_String(u"e<rr\x02")));
