@@ -2,6 +2,8 @@
 // routine and its flags, the rest is the data. UTF-16 text without
 // surrogates and zeros must come back unchanged from UTF-8 with the
 // control-character escape.
+#include <iterator>
+
 #include "fuzz_common.h"
 
 namespace {
