@@ -31,8 +31,6 @@ out=$("$nxxml" check --embedded "$samples/fragments.xml"); rc=$?
 expect "embedded" "0|$samples/fragments.xml: ok" "$rc|$out"
 "$nxxml" check "$samples/fragments.xml" >/dev/null 2>&1; rc=$?
 expect "fragments need --embedded" "1" "$rc"
-out=$("$nxxml" check - < "$tmp/good.xml"); rc=$?
-expect "stdin" "0|-: ok" "$rc|$out"
 
 out=$("$nxxml" tokens "$tmp/good.xml"); rc=$?
 expect "tokens" '0|{"type":"start","name":"a","attributes":{"x":"1","y":"<2>"},"line":1,"column":0,"byte":0}
