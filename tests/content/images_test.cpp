@@ -99,9 +99,7 @@ TEST(Images, AssertionsCarryTheirExactTexts) {
     std::function<void()> render;
     const char* text;
   } cases[] = {
-      {[] { XmlETag().GetImage(nullptr); }, names},
       {[] { XmlSTag().GetImage(nullptr); }, names},
-      {[&] { XmlETag(u"a").GetImage(&emptyNames); }, names},
       {[&] { XmlSTag(u"a").GetImage(&emptyNames); }, names},
       {[&] { badChild.GetImage(nullptr); }, names},
       {[&] { inlined.GetImage(nullptr); }, "cvrtr != __null"},

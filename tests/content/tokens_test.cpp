@@ -71,19 +71,13 @@ TEST(XmlSTag, AttributesAndAssignment) {
   const unsigned short withZero[] = {'x', 0, 'y'};
   tag.SetAttribute(NX_U16(u"z"), Obx_String(withZero, 3), 1);
   EXPECT_EQ(tag.GetAttributeByName(NX_U16(u"z")), u"x");
-  tag.SetLongAttr(NX_U16(u"n"), -42, 1);
-  EXPECT_EQ(tag.GetLongAttr(NX_U16(u"n")), -42);
-  const AdDateTime when(2004, 5, 6, 7, 8, 9);
-  tag.SetTimeAttr(NX_U16(u"t"), when, 1);
-  EXPECT_EQ(tag.GetAttributeByName(NX_U16(u"t")), u"2004-05-06 07:08:09");
-  EXPECT_EQ(tag.GetTimeAttr(NX_U16(u"t")), when);
-  const unsigned short* missing = NX_U16(u"missing");
+  const unsigned short* missing = NX_U16(u"missing");  // numbers and times are the UTF-8 test's
   EXPECT_TRUE(tag.GetLongAttr(missing) == 0 && tag.GetTimeAttr(missing) == AdDateTime());
   CStringArray names;
   names.Add(Obx_String(u"stale"));
   tag.GetAttributeNames(names);
-  ASSERT_EQ(names.GetSize(), 5);
-  EXPECT_TRUE(names[0] == u"a" && names[4] == u"t");
+  ASSERT_EQ(names.GetSize(), 3);
+  EXPECT_TRUE(names[0] == u"a" && names[2] == u"z");
 
   XmlSTag source(u"src");
   source(u"src").SetAttribute(NX_U16(u"b"), NX_U16(u"2"), 1);

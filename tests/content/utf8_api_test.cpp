@@ -44,9 +44,6 @@ TEST(Utf8Api, RoundTripsThroughEveryOverload) {
   XmlElement e(kText);
   NXSmartPtr<XmlElement> sub = e.AddSubElement(kText);
   EXPECT_TRUE(e.GetETag().GetName() == units && e.GetLastSubElement(kText) == sub);
-  EXPECT_EQ(e.GetSubElement("CAF\xC3\xA9").get(), nullptr);  // lookups by name stay case-sensitive
-  e.SetText(kText);
-  EXPECT_TRUE(e.GetTextUtf8() == kText && e.GetText() == units);
 
   // The streams: a UTF-8 file name, a UTF-8 text, a list of UTF-8 names.
   const std::string name = ::testing::TempDir() + "utf8 n\xC3\xA4me.xml";

@@ -3,27 +3,18 @@
 // included.
 #include "fuzz_common.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
-{
-    std::istringstream in(std::string(reinterpret_cast<const char*>(data), size));
-    try
-    {
-        IXmlStream stream(in);
-        stream.SetEmbeddedElementMode(1);
-        do
-        {
-            while (stream.GetNextTokenType() != XT_EOF)
-            {
-                XmlElement record;
-                stream >> record;
-                (void)record.GetImage(nullptr);
-            }
-        } while (stream.Finish());
-    }
-    catch (QmMsgException* e)
-    {
-        (void)e->GetFullText();
-        e->Delete();
-    }
-    return 0;
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  std::istringstream in(fuzz::Bytes(data, size));
+  fuzz::Accepting([&] {
+    IXmlStream stream(in);
+    stream.SetEmbeddedElementMode(1);
+    do {
+      while (stream.GetNextTokenType() != XT_EOF) {
+        XmlElement record;
+        stream >> record;
+        (void)record.GetImage(nullptr);
+      }
+    } while (stream.Finish());
+  });
+  return 0;
 }

@@ -3,17 +3,11 @@
 // in tokens or a message exception.
 #include "fuzz_common.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
-{
-    std::istringstream in(std::string(reinterpret_cast<const char*>(data), size));
-    try
-    {
-        IXmlStream stream(in, false, true);
-        fuzz::ReadToTheEnd(stream, [](const XmlToken&) {});
-    }
-    catch (QmMsgException* e)
-    {
-        e->Delete();
-    }
-    return 0;
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  std::istringstream in(fuzz::Bytes(data, size));
+  fuzz::Accepting([&] {
+    IXmlStream stream(in, false, true);
+    fuzz::ReadToTheEnd(stream);
+  });
+  return 0;
 }

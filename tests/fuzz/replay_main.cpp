@@ -10,44 +10,22 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
-static bool Replay(const std::filesystem::path& file)
-{
+int main(int argc, char** argv) {
+  std::vector<std::filesystem::path> files;
+  for (int i = 1; i < argc; ++i) {
+    std::error_code ec;
+    if (!std::filesystem::is_directory(argv[i], ec))
+      files.emplace_back(argv[i]);
+    else
+      for (const auto& entry : std::filesystem::directory_iterator(argv[i]))
+        if (entry.is_regular_file()) files.push_back(entry.path());
+  }
+  for (const auto& file : files) {
     std::ifstream in(file, std::ios::binary);
-    if (!in)
-    {
-        std::fprintf(stderr, "cannot open %s\n", file.c_str());
-        return false;
-    }
+    if (!in) return std::fprintf(stderr, "cannot open %s\n", file.c_str()), 1;
     std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
-    return true;
-}
-
-int main(int argc, char** argv)
-{
-    size_t count = 0;
-    for (int i = 1; i < argc; ++i)
-    {
-        std::filesystem::path arg(argv[i]);
-        std::error_code ec;
-        if (std::filesystem::is_directory(arg, ec))
-        {
-            for (const auto& entry : std::filesystem::directory_iterator(arg))
-            {
-                if (!entry.is_regular_file())
-                    continue;
-                if (!Replay(entry.path()))
-                    return 1;
-                ++count;
-            }
-        }
-        else
-        {
-            if (!Replay(arg))
-                return 1;
-            ++count;
-        }
-    }
-    std::printf("replayed %zu input(s)\n", count);
-    return count ? 0 : 1;
+  }
+  std::printf("replayed %zu input(s)\n", files.size());
+  return files.empty();
 }

@@ -86,27 +86,17 @@ TEST(Extraction, MismatchesRaiseWithIdsAndParameters) {
     long id;
     const char* text;
   } cases[] = {
-      {"<a>t</a>", [&](IXmlStream& in) { in >> any >> any; }, 0,
-       "Expected an XML start tag but found character data."},
+      {"<a>t</a>", [&](IXmlStream& in) { in >> any >> any; }, 0, "Expected an XML start tag but found character data."},
       {"<a/>", [&](IXmlStream& in) { in >> end; }, 0, "Expected an XML end tag but found an XML start tag."},
-      {"<b/>",
-       [&](IXmlStream& in) {
-         named(NX_U16(u"a"));
-         named.m_location.Set(9, 8, 7);  // the caller's tag names the place
-         in >> named;
-       },
-       27305, "Expected the start tag <a> but found <b> at line 9, column 8, byte 7."},
-      {"<a><b/></a>",
-       [&](IXmlStream& in) {
-         namedEnd(NX_U16(u"x"));
-         in >> any >> any >> namedEnd;
-       },
-       27306, "Expected the end tag </x> but found </b> at line 0, column 0, byte 0."},
+      // The caller's tag names the place.
+      {"<b/>", [&](IXmlStream& in) { named(NX_U16(u"a")).m_location.Set(9, 8, 7), in >> named; }, 27305,
+       "Expected the start tag <a> but found <b> at line 9, column 8, byte 7."},
+      {"<a><b/></a>", [&](IXmlStream& in) { in >> any >> any >> namedEnd(NX_U16(u"x")); }, 27306,
+       "Expected the end tag </x> but found </b> at line 0, column 0, byte 0."},
       // The parser pairs tags itself; only tokens put back can mismatch.
       {"",
        [&](IXmlStream& in) {
-         in.PushXmlToken(new XmlETag(NX_U16(u"b")));
-         in.PushXmlToken(new XmlSTag(NX_U16(u"a")));
+         in.PushXmlToken(new XmlETag(u"b")), in.PushXmlToken(new XmlSTag(u"a"));
          in >> element;
        },
        27307, "The end tag </b> does not match the start tag <a> at line 0, column 0, byte 0."},
@@ -119,7 +109,8 @@ TEST(Extraction, MismatchesRaiseWithIdsAndParameters) {
     EXPECT_EQ(e->GetMessage(0).GetId(), c.id);
     EXPECT_EQ(Utf8(e->GetMessage(0).FullMsg()), c.text);
     e->Delete();
-    if (c.id == 0) {  // a raised check leaves the offending token at the head
+    // A raised check leaves the offending token at the head.
+    if (c.id == 0) {
       EXPECT_EQ(in->GetNextTokenType(), c.xml[3] == 't' ? XT_CHARDATA : XT_STAG);
     }
   }
@@ -257,20 +248,17 @@ TEST(Extraction, DiagnosticsReportExtractedTagsAndAttributes) {
 TEST(Extraction, UnaccumulatedTextMayComeInPieces) {
   // Without accumulation a long text may come in pieces; the readers that
   // accumulate always see it whole.
-  const std::string body(10000, 't');
-  IXmlStream pieces(new TrickleSource("<a>" + body + "</a>"));
+  const std::string xml = "<a>" + std::string(10000, 't') + "</a>";
+  IXmlStream pieces(new TrickleSource(xml)), whole(new TrickleSource(xml));
   XmlSTag a(NX_U16(u""));
-  pieces >> a;
   XmlCharData piece(NX_U16(u""));
+  pieces >> a;
   ASSERT_EQ(pieces.GetCharDataUnaccumulated(piece), 1);
   EXPECT_LT(piece.GetData().GetLength(), 10000);
-  std::size_t total = static_cast<std::size_t>(piece.GetData().GetLength());
-  while (pieces.GetNextTokenType() == XT_CHARDATA) {
-    pieces.GetCharDataUnaccumulated(piece);
-    total += static_cast<std::size_t>(piece.GetData().GetLength());
-  }
-  EXPECT_EQ(total, body.size());
-  IXmlStream whole(new TrickleSource("<a>" + body + "</a>"));
+  int total = piece.GetData().GetLength();
+  while (pieces.GetNextTokenType() == XT_CHARDATA && pieces.GetCharDataUnaccumulated(piece))
+    total += piece.GetData().GetLength();
+  EXPECT_EQ(total, 10000);
   whole >> a >> piece;
   EXPECT_EQ(piece.GetData().GetLength(), 10000);
 }

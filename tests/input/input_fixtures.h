@@ -3,13 +3,12 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <functional>
-#include <memory>
-#include <string>
-#include <vector>
+#include <type_traits>
 
-#include "xmlstream.h"
+#include "fuzz/fuzz_common.h"
+
+using fuzz::Describe;  // one line per token: "S name a=v ...", "E name", "T text"
 
 // The bytes a read of the tests' sources delivers unless a test sets its
 // own: the input suites run at 1, 3 and 4096 (NXXML_READ_SIZE, set where
@@ -24,48 +23,13 @@ inline long ReadSize() {
   return size;
 }
 
-// Delivers a string in reads of the given sizes, cycling through them, so
-// that every chunk boundary can be tried.
-class TrickleSource : public IXmlStreamSource {
- public:
+// A string in reads of the given sizes, cycling through them.
+struct TrickleSource : fuzz::Pieces {
   explicit TrickleSource(std::string data, std::vector<long> sizes = {ReadSize()})
-      : m_data(std::move(data)), m_sizes(std::move(sizes)) {}
-  bool eof() override { return m_pos >= m_data.size(); }
-  long read(char* buf, long n) override {
-    long want = m_sizes[m_next++ % m_sizes.size()];
-    if (want > n) want = n;
-    const long left = static_cast<long>(m_data.size() - m_pos);
-    if (want > left) want = left;
-    m_data.copy(buf, static_cast<std::size_t>(want), m_pos);
-    m_pos += static_cast<std::size_t>(want);
-    return want;
-  }
-
- private:
-  std::string m_data;
-  std::vector<long> m_sizes;
-  std::size_t m_pos = 0;
-  std::size_t m_next = 0;
+      : Pieces(std::move(data), std::move(sizes)) {}
 };
 
 inline std::string Utf8(const Obx_String& s) { return s.ToUtf8(); }
-
-// One line per token: "S name a=v ...", "E name", "T text".
-inline std::string Describe(const XmlToken& token) {
-  switch (token.GetType()) {
-    case XT_STAG: {
-      const XmlSTag& tag = static_cast<const XmlSTag&>(token);
-      std::string out = "S " + Utf8(tag.GetName());
-      const CMapStringToString& map = tag.GetAttributes();
-      for (int k = 0; k < map.GetCount(); ++k) out += " " + Utf8(map.KeyAt(k)) + "=" + Utf8(map.ValueAt(k));
-      return out;
-    }
-    case XT_ETAG:
-      return "E " + Utf8(static_cast<const XmlETag&>(token).GetName());
-    default:
-      return "T " + Utf8(static_cast<const XmlCharData&>(token).GetData());
-  }
-}
 
 // Every token of the stream, and with toTheEnd what Finish reveals too; an
 // error ends the list with "! " and its text.
@@ -118,3 +82,25 @@ inline std::string Condition(QmMsgException* e) {
 
 // Runs f and tells what it raised, as Condition tells it.
 inline std::string Caught(const std::function<void()>& f) { return Condition(Raised(f)); }
+
+// What f did: the bytes it returned (none for a void f), "!id text @unit"
+// for the QmMsgException it raised or "!full" for an XmlException, freed.
+template <class F>
+std::string Capture(F f) {
+  try {
+    if constexpr (std::is_void_v<decltype(f())>) {
+      f();
+      return std::string();
+    } else {
+      return f();
+    }
+  } catch (QmMsgException* e) {
+    const std::string raised =
+        "!" + std::to_string(e->GetMessage(0).GetId()) + " " + e->GetFullText().ToUtf8() + " @" + e->GetFile();
+    e->Delete();
+    return raised;
+  } catch (XmlException* e) {
+    e->Delete();
+    return "!full";
+  }
+}

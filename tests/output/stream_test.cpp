@@ -1,9 +1,8 @@
 // The output stream's core: the bytes of every kind of item, the control
 // escape, the in-memory result, the converter, appending a stream.
-#include <algorithm>
 #include <deque>
-#include <iterator>
-#include <random>
+#include <memory>
+#include <vector>
 
 #include "output/output_fixtures.h"
 
@@ -35,60 +34,45 @@ class Marker : public XmlCharData {
   Obx_String GetImage(XmlConverter*) const override { return Obx_String(u"<?m\x01?>"); }
 };
 
-// Markup characters, the three allowed and other controls, the escape mark,
-// one to three byte forms, both surrogate halves.
-const unsigned short kSpecial[] = {'&',  '<',  '>',   '"',   '\'',   0x09,   0x0A,   0x0D,   0x01,  0x00,
-                                   0x1F, 0xE9, 0x7FF, 0x800, 0x4E2D, 0xF800, 0xFFFF, 0xD83D, 0xDE00};
-const char16_t* const kNames[] = {u"a", u"rec", u"caf\u00e9", u"\u4e2d", u""};
+// Items of unit arrays, one text cut into several so that pairs and runs
+// straddle the seams.
+void AddPieces(XmlElement& e, std::initializer_list<std::u16string> pieces) {
+  for (const std::u16string& piece : pieces)
+    e.AddCharData(Obx_String(NX_U16(piece.c_str()), static_cast<int>(piece.size())));
+}
 
-// Trees that fail in one way at most, through bad names or through lone
-// surrogate halves: with both, the stream and the image may each meet a
-// different one first.
-struct RandomTrees {
-  std::mt19937 rng{20240607};
-  bool halves = false;
-
-  unsigned Pick(std::size_t n) { return static_cast<unsigned>(rng() % n); }
-  // Runs of letters between the others, for the encoder's eight-unit steps.
-  Obx_String Text(int maxLength) {
-    Obx_String s;
-    for (unsigned i = Pick(maxLength + 1); i > 0; --i) {
-      unsigned short u =
-          Pick(4) ? static_cast<unsigned short>('a' + Pick(26)) : kSpecial[Pick(std::size(kSpecial) - !halves)];
-      if (u == 0xD83D && (!halves || Pick(8))) {
-        s.Append(u);
-        u = 0xDE00;
-      }
-      s.Append(u);
-    }
-    return s;
+// Trees that cover every escape class (markup, the three allowed controls
+// and the others, the escape mark, zero), one- to four-byte forms with a
+// pair split between items, attributes with a line feed, empty elements,
+// an application's token and an error item, runs longer than the
+// encoder's eight-unit steps; then trees that fail in one way each, and
+// inline text, which only a converter renders.
+std::vector<NXSmartPtr<XmlElement>> Trees() {
+  std::vector<NXSmartPtr<XmlElement>> trees;
+  NXSmartPtr<XmlElement> full(new XmlElement(u"caf\u00e9"));
+  full->GetSTag().SetAttribute(NX_U16(u"a"), NX_U16(u"&<>\"'\t\n\r\x01\u00e9\u4e2d\U0001F600"), 1);
+  full->GetSTag().SetAttribute(NX_U16(u"\u4e2d"), NX_U16(u""), 1);
+  AddPieces(*full, {u"abcdefghijklmnopq&", u"<>\"'\t\n\r", std::u16string(u"\x01\0\x1f\uF800", 4),
+                    u"\u00e9\u07ff\u0800\xD83D", u"\xDE00\uFFFF"});
+  full->AddSubElement(u"rec");
+  full->AddSubElement(u"a")->AddCharData(u"");
+  NXSmartPtr<XmlCharData> marker(new Marker), error(new XmlError(Obx_String(u"e<rr\x02")));
+  full->AddCharData(marker);
+  full->AddSubElement(u"\u4e2d")->AddCharData(error);
+  trees.push_back(full);
+  const std::u16string loneHigh(u"x\xD83D"), loneLow(u"\xDE00y");
+  for (int k = 0; k < 5; ++k) {
+    NXSmartPtr<XmlElement> bad(new XmlElement(u"rec"));
+    bad->AddCharData(u"ok");
+    if (k == 0) AddPieces(*bad, {loneHigh, u"y"});
+    if (k == 1) bad->GetSTag().SetAttribute(NX_U16(u"a"), NX_U16(loneLow.c_str()), 1);
+    if (k == 2) bad->AddSubElement(u"")->AddCharData(u"x");
+    if (k == 3) bad->GetETag()(NX_U16(u"other"));
+    if (k == 4) bad->GetSTag().SetInlineText(Obx_String(u"in<line\x1f"));  // needs a converter
+    trees.push_back(bad);
   }
-  NXSmartPtr<XmlElement> Element(int depth) {
-    NXSmartPtr<XmlElement> e(new XmlElement(kNames[!halves && Pick(32) == 0 ? 4 : Pick(4)]));
-    for (unsigned k = Pick(3); k > 0; --k) e->GetSTag().SetAttribute(NX_U16(kNames[Pick(4)]), Text(12), 1);
-    if (!halves && Pick(32) == 0) e->GetETag()(kNames[Pick(4)]);
-    for (unsigned k = Pick(4); k > 0; --k) {
-      const unsigned kind = Pick(8);
-      NXSmartPtr<XmlCharData> item(kind == 3   ? new Marker
-                                   : kind == 4 ? static_cast<XmlCharData*>(new XmlError(Text(8)))
-                                               : nullptr);
-      if (depth > 0 && kind < 3) {
-        NXSmartPtr<XmlElement> child = Element(depth - 1);
-        e->AddSubElement(child);
-      } else if (item) {
-        e->AddCharData(item);
-      } else {
-        // One text cut into items, so that pairs and runs straddle the seams.
-        const Obx_String t = Text(40);
-        for (int from = 0, n = 0; from < t.GetLength(); from += n) {
-          n = std::min(1 + static_cast<int>(Pick(8)), t.GetLength() - from);
-          e->AddCharData(Obx_String(t.GetData() + from, n));
-        }
-      }
-    }
-    return e;
-  }
-};
+  return trees;
+}
 
 TEST(OXmlStreamImages, BytesEqualTheConvertedImage) {
   MarkingConverter marking;
@@ -99,34 +83,31 @@ TEST(OXmlStreamImages, BytesEqualTheConvertedImage) {
       [](const XmlElement& e) -> const XmlToken* { return &e.GetSTag(); },
       [](const XmlElement& e) -> const XmlToken* { return &e.GetETag(); },
   };
-  RandomTrees trees;
-  for (int round = 0; round < 1200; ++round) {
-    trees.halves = round % 2;
-    const NXSmartPtr<XmlElement> tree = trees.Element(3);
-    if (trees.Pick(4) == 0) tree->GetSTag().SetInlineText(trees.Text(12));
-    XmlConverter* const c = converters[round / 2 % 3];
-    const int escape = round / 6 % 2;
-    for (const auto shape : shapes) {
-      const XmlToken& token = *shape(*tree);
-      const std::string byImage = Capture([&] {
-        const Obx_String image = token.GetImage(c);
-        if (image.IsEmpty()) return std::string();
-        char* utf8 = nullptr;
-        int size = 0;
-        do_UTF162UTF8(image.GetData(), image.GetLength(), utf8, size, escape);
-        std::string bytes(utf8, static_cast<std::size_t>(size));
-        delete[] utf8;
-        return bytes;
-      });
-      const std::string byStream = Capture([&] {
-        OXmlStream out(0LL);
-        if (c) out.SetConverter(c, 0);
-        out.SetEscapeControlChars(escape);
-        out << token;
-        return out.Str();
-      });
-      ASSERT_EQ(byStream, byImage) << "round " << round;
-    }
+  int tree = 0;
+  for (const NXSmartPtr<XmlElement>& t : Trees()) {
+    ++tree;
+    for (XmlConverter* const c : converters)
+      for (const int escape : {0, 1})
+        for (const auto shape : shapes) {
+          const XmlToken& token = *shape(*t);
+          const std::string byImage = Capture([&] {
+            const Obx_String image = token.GetImage(c);
+            if (image.IsEmpty()) return std::string();
+            char* utf8 = nullptr;
+            int size = 0;
+            do_UTF162UTF8(image.GetData(), image.GetLength(), utf8, size, escape);
+            std::unique_ptr<char[]> owner(utf8);
+            return std::string(utf8, static_cast<std::size_t>(size));
+          });
+          const std::string byStream = Capture([&] {
+            OXmlStream out(0LL);
+            if (c) out.SetConverter(c, 0);
+            out.SetEscapeControlChars(escape);
+            out << token;
+            return out.Str();
+          });
+          ASSERT_EQ(byStream, byImage) << "tree " << tree << " escape " << escape;
+        }
   }
 }
 

@@ -28,7 +28,6 @@ roundtrip "OM in GBK" 2 zh_CN.GBK "$legacy/packet-om-gbk.xml" "$legacy/packet.xm
 roundtrip "OM in CP1252" 2 en_US.CP1252 "$legacy/packet-om-cp1252.xml" "$legacy/latin.xml"
 roundtrip "OMSR1" 3 C.UTF-8 "$legacy/packet-omsr1.xml" "$legacy/controls.xml"
 roundtrip "format 4" 4 C.UTF-8 "$legacy/packet-fmt4.xml" "$legacy/units.xml"
-roundtrip "OM detected" auto zh_CN.GBK "$legacy/packet-om-gbk.xml" "$legacy/packet.xml"
 roundtrip "OMSR1 detected" auto C.UTF-8 "$legacy/packet-omsr1.xml" "$legacy/controls.xml"
 # The default format of clean is auto; of the other commands, a current packet.
 out=$(LC_ALL=zh_CN.GBK "$nxxml" clean "$legacy/packet-om-gbk.xml" | "$nxxml" check -); rc=$?
