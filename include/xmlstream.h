@@ -319,12 +319,6 @@ class NXXML_API IXmlCleanStreamSource : public IXmlStreamSource {
   // The place in the packet of the buffer's first byte.
   long long m_line = 1;
   long long m_column = 0;
-  // Whether the handlers count places at all: expat reads an input that
-  // starts with a zero byte or a UTF-16 byte order mark as UTF-16, whose
-  // bytes the count does not know; such an input is left to expat's count.
-  bool m_countPlaces = true;
-  // The input's first byte until its second is known, or -1.
-  int m_firstByte = -1;
   long long m_byteIndex = 0;
   // The last code-page conversion, reused while the same bytes repeat.
   struct ConversionCache;
