@@ -193,8 +193,11 @@ void XmlHelper::StorePlace(XML_Parser parser, long long& line, long long& column
     line = stream->m_eventLine;
     column = stream->m_eventColumn;
 #ifdef NXXML_CHECK_PLACES
-    if (line != static_cast<long long>(XML_GetCurrentLineNumber(parser)) ||
-        column != static_cast<long long>(XML_GetCurrentColumnNumber(parser))) {
+    // Once expat has failed, a chunk given to it after the failure makes it
+    // count the failed chunk's bytes again: its numbers are no measure then.
+    if (XML_GetErrorCode(parser) == XML_ERROR_NONE &&
+        (line != static_cast<long long>(XML_GetCurrentLineNumber(parser)) ||
+         column != static_cast<long long>(XML_GetCurrentColumnNumber(parser)))) {
       std::fprintf(stderr, "place of byte %lld counted as line %lld column %lld, expat says %lld %lld\n",
                    byteIndex, line, column, static_cast<long long>(XML_GetCurrentLineNumber(parser)),
                    static_cast<long long>(XML_GetCurrentColumnNumber(parser)));
