@@ -112,6 +112,15 @@ std::string ReadAllTokens(IXmlStream& stream, const InputOptions& options,
                           const std::function<void(const XmlToken&)>& onToken);
 // The full text of a message exception; frees it.
 std::string DescribeAndDelete(QmMsgException* e);
+// Whether a message exception says that an input could not be opened or
+// read, which the tool reports with the usage status rather than as a bad
+// packet.
+bool InputUnreachable(QmMsgException* e);
+// To be called from a catch block: the text of the failure of one input
+// (a message exception, an input the tool cannot reach, a refused packet),
+// with status set to the usage status when the input could not be reached.
+// Any other exception goes on.
+std::string DescribeInputFailure(int& status);
 // What to say of an input that ends inside the element tag opened.
 std::string UnclosedElement(const XmlSTag& tag);
 // Flushes standard output; true, with the reason in error, when writing it failed.

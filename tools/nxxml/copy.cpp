@@ -230,18 +230,11 @@ int RunCopy(const CopyOptions& options) {
     std::string error;
     try {
       error = CopyInput(input, options.input, *out, options.series.output.empty(), tokens, options.command);
-    } catch (QmMsgException* e) {
-      const long id = e->GetMessage(0).GetId();
-      if (id == kCannotOpenMsgId || id == kCannotReadMsgId) status = kExitUsage;
-      error = DescribeAndDelete(e);
-    } catch (const InputError& e) {
-      status = kExitUsage;
-      error = e.what();
-    } catch (const PacketRefused& e) {
-      error = e.what();
     } catch (XmlException* e) {
       e->Delete();
       error = OutputFull(options.series);
+    } catch (...) {
+      error = DescribeInputFailure(status);
     }
     if (!error.empty()) {
       failure = input.label + ": " + error + "; " + std::to_string(tokens) + " tokens were copied";

@@ -70,15 +70,8 @@ int RunDetect(const DetectOptions& options) {
         line["corrupt"] = corrupt != 0;
       }
       std::cout << line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
-    } catch (const InputError& e) {
-      fileStatus = kExitUsage;
-      error = e.what();
-    } catch (const PacketRefused& e) {
-      error = e.what();
-    } catch (QmMsgException* e) {
-      const long id = e->GetMessage(0).GetId();
-      if (id == kCannotOpenMsgId || id == kCannotReadMsgId) fileStatus = kExitUsage;
-      error = DescribeAndDelete(e);
+    } catch (...) {
+      error = DescribeInputFailure(fileStatus);
     }
     if (!error.empty()) {
       std::cout.flush();

@@ -228,8 +228,7 @@ int RunExtract(const ExtractOptions& options) {
     error = options.element.empty() ? ExtractFirst(*in, options.input.embedded, file)
                                     : ExtractNamed(*in, options.element, file);
   } catch (QmMsgException* e) {
-    const long id = e->GetMessage(0).GetId();
-    if (id == kCannotOpenMsgId || id == kCannotReadMsgId) status = kExitUsage;
+    if (InputUnreachable(e)) status = kExitUsage;
     error = DescribeOutputError(e, file, options.output);
   } catch (const InputError& e) {
     status = kExitUsage;

@@ -186,6 +186,25 @@ std::string DescribeAndDelete(QmMsgException* e) {
   return text;
 }
 
+bool InputUnreachable(QmMsgException* e) {
+  const long id = e->GetMessage(0).GetId();
+  return id == kCannotOpenMsgId || id == kCannotReadMsgId;
+}
+
+std::string DescribeInputFailure(int& status) {
+  try {
+    throw;
+  } catch (QmMsgException* e) {
+    if (InputUnreachable(e)) status = kExitUsage;
+    return DescribeAndDelete(e);
+  } catch (const InputError& e) {
+    status = kExitUsage;
+    return e.what();
+  } catch (const PacketRefused& e) {
+    return e.what();
+  }
+}
+
 std::string ReadAllTokens(IXmlStream& stream, const InputOptions& options,
                           const std::function<void(const XmlToken&)>& onToken) {
   std::vector<NXSmartPtr<XmlSTag>> open;
@@ -210,8 +229,7 @@ std::string ReadAllTokens(IXmlStream& stream, const InputOptions& options,
     } while ((finishing = true, stream.Finish()));
   } catch (QmMsgException* e) {
     // An input that cannot be read is the caller's to judge (exit 2).
-    const long id = e->GetMessage(0).GetId();
-    if (id == kCannotOpenMsgId || id == kCannotReadMsgId) throw;
+    if (InputUnreachable(e)) throw;
     // What the end reveals inside an open element is said best as the
     // element the input ends in.
     if (open.empty() || !finishing) return DescribeAndDelete(e);
@@ -248,15 +266,8 @@ int ReadEachInput(const InputOptions& options, const std::function<void(const Xm
     try {
       std::unique_ptr<IXmlStream> stream = OpenInput(input, options, file);
       error = ReadAllTokens(*stream, options, onToken);
-    } catch (QmMsgException* e) {
-      const long id = e->GetMessage(0).GetId();
-      if (id == kCannotOpenMsgId || id == kCannotReadMsgId) inputStatus = kExitUsage;
-      error = DescribeAndDelete(e);
-    } catch (const InputError& e) {
-      inputStatus = kExitUsage;
-      error = e.what();
-    } catch (const PacketRefused& e) {
-      error = e.what();
+    } catch (...) {
+      error = DescribeInputFailure(inputStatus);
     }
     if (error.empty()) {
       if (reportOk) std::cout << input.label << ": ok\n";
