@@ -21,6 +21,25 @@ using namespace nxmsg;
 
 namespace {
 
+#if defined(__SSE2__)
+// The characters that start among the bytes of v picked by the lanes of
+// inside: every byte but those that continue one (10xxxxxx, the signed
+// bytes below -64).
+inline long long CharactersIn(__m128i v, __m128i inside) {
+  const __m128i trails = _mm_and_si128(_mm_cmplt_epi8(v, _mm_set1_epi8(static_cast<char>(0xC0))), inside);
+  const __m128i counts = _mm_sad_epu8(_mm_sub_epi8(_mm_setzero_si128(), trails), _mm_setzero_si128());
+  const __m128i picked = _mm_sad_epu8(_mm_sub_epi8(_mm_setzero_si128(), inside), _mm_setzero_si128());
+  return _mm_cvtsi128_si32(picked) + _mm_extract_epi16(picked, 4) - _mm_cvtsi128_si32(counts) -
+         _mm_extract_epi16(counts, 4);
+}
+
+// Whether a lane of v picked by inside is a line end.
+inline bool HasLineEnd(__m128i v, __m128i inside) {
+  const __m128i ends = _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('\n')), _mm_cmpeq_epi8(v, _mm_set1_epi8('\r')));
+  return _mm_movemask_epi8(_mm_and_si128(ends, inside)) != 0;
+}
+#endif
+
 // Moves line and column over the n bytes of an event as expat counts them:
 // a line feed, a carriage return, or the two together end a line (the
 // column starts again at 0); every other character, whatever its length in
@@ -29,18 +48,13 @@ namespace {
 void CountPlace(const char* s, std::size_t n, long long& line, long long& column) {
   std::size_t k = 0;
 #if defined(__SSE2__)
-  // Sixteen bytes at a time while they hold no line end: each is a column
-  // unless it continues a character (10xxxxxx, the signed bytes below -64).
-  // Most events of a packet hold no line end at all.
-  const __m128i lf = _mm_set1_epi8('\n');
-  const __m128i cr = _mm_set1_epi8('\r');
-  const __m128i trail = _mm_set1_epi8(static_cast<char>(0xC0));
-  const __m128i one = _mm_set1_epi8(1);
+  // Sixteen bytes at a time while they hold no line end; most events of a
+  // packet hold none at all.
+  const __m128i all = _mm_set1_epi8(-1);
   for (; k + 16 <= n; k += 16) {
     const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + k));
-    if (_mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(v, lf), _mm_cmpeq_epi8(v, cr)))) break;
-    const __m128i trails = _mm_sad_epu8(_mm_and_si128(_mm_cmplt_epi8(v, trail), one), _mm_setzero_si128());
-    column += 16 - _mm_cvtsi128_si32(trails) - _mm_extract_epi16(trails, 4);
+    if (HasLineEnd(v, all)) break;
+    column += CharactersIn(v, all);
   }
 #if !NXXML_ASAN
   // The last few bytes the same way, read as a whole block when that stays
@@ -52,11 +66,8 @@ void CountPlace(const char* s, std::size_t n, long long& line, long long& column
     const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + k));
     const __m128i lanes = _mm_setr_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
     const __m128i inside = _mm_cmplt_epi8(lanes, _mm_set1_epi8(static_cast<char>(left)));
-    const __m128i breaks = _mm_and_si128(inside, _mm_or_si128(_mm_cmpeq_epi8(v, lf), _mm_cmpeq_epi8(v, cr)));
-    if (!_mm_movemask_epi8(breaks)) {
-      const __m128i trails =
-          _mm_sad_epu8(_mm_and_si128(_mm_and_si128(_mm_cmplt_epi8(v, trail), inside), one), _mm_setzero_si128());
-      column += static_cast<long long>(left) - _mm_cvtsi128_si32(trails) - _mm_extract_epi16(trails, 4);
+    if (!HasLineEnd(v, inside)) {
+      column += CharactersIn(v, inside);
       return;
     }
   }
