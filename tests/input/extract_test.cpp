@@ -147,15 +147,11 @@ TEST(Extraction, ConverterRunsOnceEvenForAPushedBackTag) {
   delete pushed;
 }
 
-class MultiFileSource : public ::testing::Test {
+class MultiFileSource : public TempDirTest {
  protected:
   void Write(const std::string& name, const std::string& content) {
-    const std::string path = ::testing::TempDir() + name;
-    std::ofstream(path, std::ios::binary) << content;
-    paths.push_back(path);
-  }
-  void TearDown() override {
-    for (const std::string& p : paths) std::remove(p.c_str());
+    std::ofstream(Path(name), std::ios::binary) << content;
+    paths.push_back(Path(name));
   }
   CStringArray Names(const std::vector<std::string>& files) {
     CStringArray names;
@@ -207,14 +203,14 @@ TEST_F(MultiFileSource, LocationsNameTheFileAndMissingFilesRaise) {
   located >> root;
   EXPECT_EQ(Utf8(located.RenderSourceLocation(root.m_location)), "line 1, column 0, byte 0 of file " + paths[0]);
 
-  CStringArray missing = Names({paths[0], ::testing::TempDir() + "no-such-file.xml", paths[2]});
+  CStringArray missing = Names({paths[0], Path("no-such-file.xml"), paths[2]});
   IXmlStreamMultiFileSource broken(missing);
   char buf[4096];
   EXPECT_GT(broken.read(buf, 4096), 0);
   QmMsgException* e = Raised([&] { broken.read(buf, 4096); });
   ASSERT_NE(e, nullptr);
   EXPECT_EQ(e->GetMessage(0).GetId(), 27309);
-  EXPECT_EQ(Utf8(e->GetMessage(0).GetParam("%_ARG1_%")), ::testing::TempDir() + "no-such-file.xml");
+  EXPECT_EQ(Utf8(e->GetMessage(0).GetParam("%_ARG1_%")), Path("no-such-file.xml"));
   e->Delete();
   EXPECT_GT(broken.read(buf, 4096), 0);  // the name was passed: reading goes on with the next file
 

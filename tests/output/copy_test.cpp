@@ -2,7 +2,7 @@
 #include <cstring>
 
 #include "input/input_fixtures.h"
-#include "output/output_fixtures.h"
+#include "input/input_fixtures.h"
 
 namespace {
 

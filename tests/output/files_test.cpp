@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <iterator>
 
-#include "output/output_fixtures.h"
+#include "input/input_fixtures.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 
 #include "input/input_fixtures.h"
 #include "nxmime.h"
-#include "output/output_fixtures.h"
+#include "input/input_fixtures.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "output/output_fixtures.h"
+#include "input/input_fixtures.h"
 
 namespace {
 
