@@ -125,6 +125,9 @@ std::string DescribeInputFailure(int& status);
 std::string UnclosedElement(const XmlSTag& tag);
 // Flushes standard output; true, with the reason in error, when writing it failed.
 bool StandardOutputFailed(std::string& error);
+// The same, said on standard error as "nxxml COMMAND: reason" ("nxxml: "
+// without a command); true when writing failed.
+bool StandardOutputBroken(const std::string& command);
 
 // Where copy and attach write: standard output, or the files OUT, OUT_2, ...
 struct SeriesOptions {

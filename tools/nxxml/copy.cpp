@@ -203,10 +203,7 @@ int CloseSeries(OXmlStream& out, const SeriesOptions& options, std::string failu
     std::cerr << "nxxml " << command << ": " << failure << "\n";
     return failureStatus;
   }
-  if (StandardOutputFailed(writeError)) {
-    std::cerr << "nxxml " << command << ": " << writeError << "\n";
-    return kExitBad;
-  }
+  if (StandardOutputBroken(command)) return kExitBad;
   return kExitOk;
 }
 

@@ -79,10 +79,6 @@ int RunDetect(const DetectOptions& options) {
       status = std::max(status, fileStatus);
     }
   }
-  std::string writeError;
-  if (StandardOutputFailed(writeError)) {
-    std::cerr << "nxxml detect: " << writeError << "\n";
-    return kExitBad;
-  }
+  if (StandardOutputBroken("detect")) return kExitBad;
   return status;
 }

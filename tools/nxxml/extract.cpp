@@ -246,10 +246,6 @@ int RunExtract(const ExtractOptions& options) {
   }
   std::cout << options.output << "\t"
             << CFile(Obx_String::FromUtf8(options.output.c_str()), CFile::modeRead).GetLength() << "\n";
-  std::string writeError;
-  if (StandardOutputFailed(writeError)) {
-    std::cerr << "nxxml extract: " << writeError << "\n";
-    return kExitBad;
-  }
+  if (StandardOutputBroken("extract")) return kExitBad;
   return kExitOk;
 }

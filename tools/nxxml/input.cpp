@@ -255,6 +255,13 @@ bool StandardOutputFailed(std::string& error) {
   return true;
 }
 
+bool StandardOutputBroken(const std::string& command) {
+  std::string error;
+  if (!StandardOutputFailed(error)) return false;
+  std::cerr << "nxxml" << (command.empty() ? "" : " " + command) << ": " << error << "\n";
+  return true;
+}
+
 int ReadEachInput(const InputOptions& options, const std::function<void(const XmlToken&)>& onToken, bool reportOk) {
   std::vector<Input> inputs;
   if (!ResolveInputs(options, inputs)) return kExitUsage;
@@ -277,11 +284,7 @@ int ReadEachInput(const InputOptions& options, const std::function<void(const Xm
       std::cerr << input.label << ": " << error << "\n";
       status = std::max(status, inputStatus);
     }
-    std::string writeError;
-    if (StandardOutputFailed(writeError)) {
-      std::cerr << "nxxml: " << writeError << "\n";
-      return kExitBad;
-    }
+    if (StandardOutputBroken("")) return kExitBad;
   }
   return status;
 }
